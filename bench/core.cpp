@@ -1,0 +1,172 @@
+// Core containers and the platform pool, each beside a plain reference in the same run:
+//   - uBmAlloc/uBmFree against malloc/free of the same size;
+//   - taskThrPoolAddTask hand-over latency (queue to run) against a std::thread fed through a
+//     mutex and a condition variable.
+#include <platform_os.h>
+#include <platform_utils.h>
+
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr std::uint32_t kBlockSize = 24;
+constexpr std::uint32_t kBlockCount = 1024;
+
+void BM_PoolAllocFree(benchmark::State &state) {
+    std::vector<char> memory(U_BM_HEAP_SIZE(kBlockCount, kBlockSize));
+    uBm pool{};
+    uBmInitHeap(&pool, kBlockCount, kBlockSize, memory.data());
+    for (auto _ : state) {
+        void *block = uBmAlloc(&pool);
+        benchmark::DoNotOptimize(block);
+        uBmFree(block);
+    }
+    semDelete(pool.freeQueue.lock);
+}
+BENCHMARK(BM_PoolAllocFree);
+
+void BM_MallocFree(benchmark::State &state) {
+    for (auto _ : state) {
+        void *block = std::malloc(kBlockSize);
+        benchmark::DoNotOptimize(block);
+        std::free(block);
+    }
+}
+BENCHMARK(BM_MallocFree);
+
+// Many blocks live at once, as in a timer list: allocate 256, then free them all.
+void BM_PoolBurst256(benchmark::State &state) {
+    std::vector<char> memory(U_BM_HEAP_SIZE(kBlockCount, kBlockSize));
+    uBm pool{};
+    uBmInitHeap(&pool, kBlockCount, kBlockSize, memory.data());
+    std::vector<void *> blocks(256);
+    for (auto _ : state) {
+        for (auto &block : blocks) {
+            block = uBmAlloc(&pool);
+        }
+        for (auto *block : blocks) {
+            uBmFree(block);
+        }
+    }
+    semDelete(pool.freeQueue.lock);
+}
+BENCHMARK(BM_PoolBurst256);
+
+void BM_MallocBurst256(benchmark::State &state) {
+    std::vector<void *> blocks(256);
+    for (auto _ : state) {
+        for (auto &block : blocks) {
+            block = std::malloc(kBlockSize);
+            benchmark::DoNotOptimize(block);
+        }
+        for (auto *block : blocks) {
+            std::free(block);
+        }
+    }
+}
+BENCHMARK(BM_MallocBurst256);
+
+using Clock = std::chrono::steady_clock;
+
+// One hand-over: the time from queueing a call to the call starting on a worker.
+struct HandOver {
+    Clock::time_point queued;
+    std::atomic<long long> latencyNs{-1};
+};
+
+void recordHandOver(void *argument) {
+    auto *handOver = static_cast<HandOver *>(argument);
+    const auto ns =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - handOver->queued);
+    handOver->latencyNs.store(ns.count(), std::memory_order_release);
+}
+
+long long waitForLatency(const HandOver &handOver) {
+    long long ns;
+    while ((ns = handOver.latencyNs.load(std::memory_order_acquire)) < 0) {
+        std::this_thread::yield();
+    }
+    return ns;
+}
+
+void BM_PoolHandOver(benchmark::State &state) {
+    static const THR_POOL_ID pool = taskThrPoolCreate(1);
+    double totalNs = 0;
+    for (auto _ : state) {
+        HandOver handOver;
+        handOver.queued = Clock::now();
+        taskThrPoolAddTask(pool, recordHandOver, &handOver, -1);
+        totalNs += static_cast<double>(waitForLatency(handOver));
+    }
+    state.counters["handover_ns"] =
+        benchmark::Counter(totalNs, benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_PoolHandOver)->UseRealTime();
+
+// The baseline: one std::thread taking calls from a deque under a mutex and condition variable.
+class PlainWorker {
+  public:
+    PlainWorker() : thread_([this] { run(); }) {}
+    ~PlainWorker() {
+        {
+            std::lock_guard lock(mutex_);
+            stop_ = true;
+        }
+        ready_.notify_one();
+        thread_.join();
+    }
+    void post(std::function<void()> call) {
+        {
+            std::lock_guard lock(mutex_);
+            calls_.push_back(std::move(call));
+        }
+        ready_.notify_one();
+    }
+
+  private:
+    void run() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            ready_.wait(lock, [this] { return stop_ || !calls_.empty(); });
+            if (calls_.empty()) {
+                return;
+            }
+            auto call = std::move(calls_.front());
+            calls_.pop_front();
+            lock.unlock();
+            call();
+            lock.lock();
+        }
+    }
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<std::function<void()>> calls_;
+    bool stop_ = false;
+    std::thread thread_;
+};
+
+void BM_PlainThreadHandOver(benchmark::State &state) {
+    PlainWorker worker;
+    double totalNs = 0;
+    for (auto _ : state) {
+        HandOver handOver;
+        handOver.queued = Clock::now();
+        worker.post([&handOver] { recordHandOver(&handOver); });
+        totalNs += static_cast<double>(waitForLatency(handOver));
+    }
+    state.counters["handover_ns"] =
+        benchmark::Counter(totalNs, benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_PlainThreadHandOver)->UseRealTime();
+
+} // namespace

@@ -1,0 +1,32 @@
+# Installation: libraries with their SONAME links, headers under include/platform_utils/,
+# a pkg-config file and a CMake package with imported targets.
+include(CMakePackageConfigHelpers)
+
+set(PU_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/platform_utils)
+set(PU_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/platform_utils)
+
+install(TARGETS platform_utils platform_os EXPORT platform_utils_targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+  INCLUDES DESTINATION ${PU_INSTALL_INCLUDEDIR})
+
+file(GLOB pu_public_headers ${PROJECT_SOURCE_DIR}/include/*.h)
+install(FILES ${pu_public_headers}
+        ${PROJECT_SOURCE_DIR}/platform/include/platform_os.h
+        ${PROJECT_SOURCE_DIR}/platform/include/platform_sim.h
+  DESTINATION ${PU_INSTALL_INCLUDEDIR} COMPONENT dev)
+
+install(EXPORT platform_utils_targets NAMESPACE platform_utils::
+  FILE platform_utils-targets.cmake DESTINATION ${PU_INSTALL_CMAKEDIR} COMPONENT dev)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/platform_utils-config.cmake.in
+  ${PROJECT_BINARY_DIR}/platform_utils-config.cmake INSTALL_DESTINATION ${PU_INSTALL_CMAKEDIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/platform_utils-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/platform_utils-config.cmake
+              ${PROJECT_BINARY_DIR}/platform_utils-config-version.cmake
+  DESTINATION ${PU_INSTALL_CMAKEDIR} COMPONENT dev)
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/platform_utils.pc.in
+  ${PROJECT_BINARY_DIR}/platform_utils.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/platform_utils.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -1,0 +1,264 @@
+// uList: a singly linked chain of caller-owned element pointers with a count and an optional
+// recursive mutex. Every positional access walks from the head; there is no tail pointer.
+#include <ulist.h>
+#include <umem.h>
+
+#include "core/log_modules.hpp"
+#include "core/sem_lock.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+namespace {
+
+using pu::core::SemGuard;
+
+// uListSize, uListEol and uListFirst read the header without the lock; the header fields are
+// accessed atomically (relaxed) so those unlocked reads are not data races.
+std::int32_t loadSize(const uList *list) {
+    return std::atomic_ref<std::int32_t>(const_cast<uList *>(list)->size)
+        .load(std::memory_order_relaxed);
+}
+
+void storeSize(uList *list, std::int32_t size) {
+    std::atomic_ref<std::int32_t>(list->size).store(size, std::memory_order_relaxed);
+}
+
+uListNode *loadHead(const uList *list) {
+    return std::atomic_ref<uListNode *>(const_cast<uList *>(list)->head)
+        .load(std::memory_order_relaxed);
+}
+
+void storeHead(uList *list, uListNode *head) {
+    std::atomic_ref<uListNode *>(list->head).store(head, std::memory_order_relaxed);
+}
+
+// The node at pos; the caller holds the lock and has checked 0 <= pos < size.
+uListNode *nodeAt(const uList *list, std::int32_t pos) {
+    uListNode *node = loadHead(list);
+    for (std::int32_t i = 0; i < pos; ++i) {
+        node = node->next;
+    }
+    return node;
+}
+
+// Links node into the list so that it lands where uListAdd's position rules put it.
+void linkNode(uList *list, uListNode *node, std::int32_t pos) {
+    const std::int32_t size = loadSize(list);
+    if (pos == -1 || pos >= size) {
+        if (size == 0) {
+            storeHead(list, node);
+        } else {
+            nodeAt(list, size - 1)->next = node;
+        }
+    } else if (size == 0) {
+        storeHead(list, node);
+    } else if (pos == 0) {
+        node->next = loadHead(list);
+        storeHead(list, node);
+    } else {
+        // Positions below -1 walk no link at all and so land behind the head, at position 1.
+        uListNode *before = nodeAt(list, std::max(pos - 1, 0));
+        node->next = before->next;
+        before->next = node;
+    }
+}
+
+void ignoreElement(void *) {}
+
+bool stringsEqual(const void *a, const void *b) {
+    if (a == nullptr || b == nullptr) {
+        return a == b;
+    }
+    return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
+}
+
+} // namespace
+
+extern "C" {
+
+uList *uListInit(int32_t withLock) {
+    auto *list = static_cast<uList *>(uMalloc(sizeof(uList)));
+    if (list != nullptr && withLock != 0) {
+        list->lock = semMCreate(0);
+    }
+    return list;
+}
+
+int32_t uListUninit(uList *list) {
+    if (list == nullptr) {
+        return 0;
+    }
+    if (loadSize(list) > 0) {
+        basaltPrintLog(pu::log::kError, pu::log::kList, "%s: Uninit list that has nodes not free!",
+                       "uListUninit");
+        return -1;
+    }
+    if (list->lock != 0) {
+        semDelete(list->lock);
+    }
+    std::memset(static_cast<void *>(list), 0, sizeof(*list));
+    uFree(list);
+    return 0;
+}
+
+int32_t uListSize(uList *list) { return list == nullptr ? -1 : loadSize(list); }
+
+int32_t uListEol(uList *list, int32_t pos) {
+    return (list == nullptr || pos < 0 || pos >= loadSize(list)) ? 1 : 0;
+}
+
+int32_t uListAdd(uList *list, void *element, int32_t pos) {
+    if (list == nullptr || element == nullptr) {
+        return -1;
+    }
+    SemGuard guard(list->lock);
+    auto *node = static_cast<uListNode *>(uMalloc(sizeof(uListNode)));
+    if (node == nullptr) {
+        return -1; // the chain and the count stay as they were
+    }
+    node->data = element;
+    linkNode(list, node, pos);
+    storeSize(list, loadSize(list) + 1);
+    return loadSize(list);
+}
+
+int32_t uListAppend(uList *list, void *element) { return uListAdd(list, element, -1); }
+
+void *uListRemove(uList *list, int32_t pos) {
+    if (list == nullptr) {
+        return nullptr;
+    }
+    SemGuard guard(list->lock);
+    if (pos < 0 || pos >= loadSize(list)) {
+        return nullptr;
+    }
+    uListNode *removed = nullptr;
+    if (pos == 0) {
+        removed = loadHead(list);
+        storeHead(list, removed->next);
+    } else {
+        uListNode *before = nodeAt(list, pos - 1);
+        removed = before->next;
+        before->next = removed->next;
+    }
+    void *element = removed->data;
+    uFree(removed);
+    storeSize(list, loadSize(list) - 1);
+    return element;
+}
+
+int32_t uListRemoveAndFree(uList *list, int32_t pos, uListFreeFn freeFn) {
+    void *element = uListRemove(list, pos);
+    if (element != nullptr) {
+        if (freeFn != nullptr) {
+            freeFn(element);
+        } else {
+            uFree(element);
+        }
+    }
+    return loadSize(list);
+}
+
+void *uListGet(uList *list, int32_t pos) {
+    if (list == nullptr || pos < 0) {
+        return nullptr;
+    }
+    SemGuard guard(list->lock);
+    if (pos >= loadSize(list)) {
+        return nullptr;
+    }
+    return nodeAt(list, pos)->data;
+}
+
+void *uListFirst(uList *list) {
+    if (list == nullptr) {
+        return nullptr;
+    }
+    uListNode *head = loadHead(list);
+    return head == nullptr ? nullptr : head->data;
+}
+
+int32_t uListPosGetByElement(uList *list, void *element) {
+    if (list == nullptr || element == nullptr) {
+        return -1;
+    }
+    SemGuard guard(list->lock);
+    std::int32_t pos = 0;
+    for (uListNode *node = loadHead(list); node != nullptr; node = node->next, ++pos) {
+        if (node->data == element) {
+            return pos;
+        }
+    }
+    return -1;
+}
+
+int32_t uListSearch(uList *list, void *key, uListCompareFn compare) {
+    if (list == nullptr || key == nullptr) {
+        return -1;
+    }
+    // Each access locks on its own, so the comparator never runs under the list's lock.
+    for (std::int32_t pos = 0; uListEol(list, pos) == 0; ++pos) {
+        void *element = uListGet(list, pos);
+        if (element == nullptr) {
+            continue;
+        }
+        if (compare != nullptr ? compare(element, key) == 0 : element == key) {
+            return pos;
+        }
+    }
+    return -1;
+}
+
+int32_t uListEqual(uList *a, uList *b, uListEqualFn equal) {
+    if (a == nullptr || b == nullptr) {
+        return a == b ? 1 : 0;
+    }
+    const std::int32_t size = uListSize(a);
+    if (size != uListSize(b)) {
+        return 0;
+    }
+    for (std::int32_t pos = 0; pos < size; ++pos) {
+        void *elementOfA = uListGet(a, pos);
+        void *elementOfB = uListGet(b, pos);
+        const bool same = equal != nullptr ? equal(elementOfA, elementOfB) != 0
+                                           : stringsEqual(elementOfA, elementOfB);
+        if (!same) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+int32_t uListSpecialClear(uList *list, uListFreeFn freeFn) {
+    if (list == nullptr) {
+        return 0;
+    }
+    uList *detached = uListInit(0);
+    if (detached == nullptr) {
+        basaltPrintLog(pu::log::kError, pu::log::kList, "%s: init list error!", "uListSpecialClear");
+        return 0;
+    }
+    {
+        // Move everything out under the lock, then release outside it, so other tasks can use
+        // the list again while the elements are being released.
+        SemGuard guard(list->lock);
+        while (uListEol(list, 0) == 0) {
+            // Moved only once its new node exists, so a failed allocation loses nothing: the
+            // rest simply stays in the list.
+            if (uListAppend(detached, uListGet(list, 0)) < 0) {
+                break;
+            }
+            uListRemove(list, 0);
+        }
+    }
+    while (uListEol(detached, 0) == 0) {
+        uListRemoveAndFree(detached, 0, freeFn);
+    }
+    return uListUninit(detached);
+}
+
+int32_t uListClearWithNodeNoNeedFree(uList *list) { return uListSpecialClear(list, ignoreElement); }
+
+} // extern "C"

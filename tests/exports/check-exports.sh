@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Compares the dynamic symbols each library defines with what its headers declare as exported
+# (PU_API in include/, PLATFORM_API in platform/include/). Fails on any C++ mangled name, on
+# anything exported but undeclared, and on anything declared but missing.
+set -euo pipefail
+utils_lib=$1 os_lib=$2 utils_inc=$3 os_inc=$4
+
+# Names declared with the given export macro: the identifier before the first '(' of each
+# declaration, or before the ';' for data.
+declared() {
+    local macro=$1; shift
+    local file
+    # -fpreprocessed strips comments without expanding macros or includes.
+    for file in "$@"; do gcc -fpreprocessed -dD -E -P -x c "$file" 2>/dev/null; done | grep -v '^#' |
+        tr '\n' ' ' | tr ';' '\n' | grep -E "(^|[^A-Za-z_])$macro " |
+        sed -E -e "s/.*$macro //" -e 's/\(.*//' -e 's/\[.*//' -e 's/[^A-Za-z0-9_]+$//' \
+               -e 's/.*[^A-Za-z0-9_]//' | sort -u
+}
+
+defined() {
+    nm -D --defined-only "$1" | awk '$2 ~ /^[TDBRVWiu]$/ {print $3}' | sed 's/@.*//' | sort -u
+}
+
+status=0
+check() {
+    local label=$1 lib=$2 macro=$3; shift 3
+    local want have
+    want=$(declared "$macro" "$@")
+    have=$(defined "$lib")
+    local mangled extra missing
+    mangled=$(grep '^_Z' <<<"$have" || true)
+    extra=$(comm -13 <(echo "$want") <(echo "$have") | grep -v '^_Z' | grep -vE '^(_init|_fini|_edata|_end|__bss_start)$' || true)
+    missing=$(comm -23 <(echo "$want") <(echo "$have") || true)
+    [[ -z "$mangled" ]] || { echo "$label: C++ mangled names exported:"; echo "$mangled"; status=1; }
+    [[ -z "$extra" ]] || { echo "$label: exported but not declared:"; echo "$extra"; status=1; }
+    [[ -z "$missing" ]] || { echo "$label: declared but not exported:"; echo "$missing"; status=1; }
+    echo "$label: $(wc -l <<<"$want") declared, $(wc -l <<<"$have") exported"
+}
+
+check libplatform_utils "$utils_lib" PU_API "$utils_inc"/*.h
+check libplatform_os "$os_lib" PLATFORM_API "$os_inc"/*.h
+exit $status
