@@ -8,5 +8,8 @@
 #include "uqueue.h"
 #include "ufsm.h"
 #include "umap.h"
+#include "uuniqueid.h"
+#include "uhash.h"
+#include "ustatus.h"
 
 #endif /* PLATFORM_UTILS_H */

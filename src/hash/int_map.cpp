@@ -1,0 +1,79 @@
+// uIntHash: signed 32-bit keys to untyped values over a uthash table keyed by the key's four
+// bytes.
+#include <uhash.h>
+#include <umem.h>
+
+#include "hash/map_table.hpp"
+
+#include <cstdint>
+
+namespace {
+
+struct IntItem {
+    std::int32_t key;
+    void *value;
+    UT_hash_handle hh;
+};
+
+IntItem *findItem(IntItem *head, std::int32_t key) {
+    IntItem *item = nullptr;
+    HASH_FIND_INT(head, &key, item);
+    return item;
+}
+
+void releaseItem(IntItem *item) { uFree(item); }
+
+} // namespace
+
+struct uIntHash {
+    IntItem *items; // uthash head, null while the map is empty
+};
+
+extern "C" {
+
+uIntHash *uIntHashMapCreate(void) { return static_cast<uIntHash *>(uMalloc(sizeof(uIntHash))); }
+
+int32_t uIntHashInsert(uIntHash *map, int32_t key, void *value) {
+    if (map == nullptr) {
+        return -1;
+    }
+    if (findItem(map->items, key) != nullptr) {
+        return 0;
+    }
+    auto *item = static_cast<IntItem *>(uMalloc(sizeof(IntItem)));
+    if (item == nullptr) {
+        return -1;
+    }
+    item->key = key;
+    item->value = value;
+    HASH_ADD_INT(map->items, key, item);
+    return 1;
+}
+
+void *uIntHashGetValue(uIntHash *map, int32_t key) {
+    IntItem *item = map == nullptr ? nullptr : findItem(map->items, key);
+    return item == nullptr ? nullptr : item->value;
+}
+
+int32_t uIntHashKeyExists(uIntHash *map, int32_t key) {
+    return map != nullptr && findItem(map->items, key) != nullptr ? 1 : 0;
+}
+
+int32_t uIntHashRemove(uIntHash *map, int32_t key, uHashFreeFn freeValue) {
+    IntItem *item = map == nullptr ? nullptr : findItem(map->items, key);
+    if (item == nullptr) {
+        return -1;
+    }
+    pu::hash::dropItem(map->items, item, freeValue, releaseItem);
+    return 0;
+}
+
+void uIntHashDestroyMap(uIntHash *map, uHashFreeFn freeValue) {
+    if (map == nullptr) {
+        return;
+    }
+    pu::hash::dropAll(map->items, freeValue, releaseItem);
+    uFree(map);
+}
+
+} // extern "C"
