@@ -8,5 +8,9 @@
 #include "uqueue.h"
 #include "ufsm.h"
 #include "umap.h"
+#include "ustr.h"
+#include "ustrconv.h"
+#include "ucsv.h"
+#include "utimeplan.h"
 
 #endif /* PLATFORM_UTILS_H */
