@@ -6,6 +6,7 @@
 #include "str/csv_field.hpp"
 #include "str/str_internal.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace pu::str::csv {
@@ -108,8 +109,8 @@ char *buildCollapsed(std::string_view first, std::string_view second) {
         auto *copy =
             static_cast<char *>(uMalloc(static_cast<uint32_t>(first.size() + second.size() + 1)));
         if (copy != nullptr) {
-            std::memcpy(copy, first.data(), first.size());
-            std::memcpy(copy + first.size(), second.data(), second.size());
+            std::copy(first.begin(), first.end(), copy);
+            std::copy(second.begin(), second.end(), copy + first.size());
         }
         return copy;
     }
