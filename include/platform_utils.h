@@ -11,5 +11,9 @@
 #include "uuniqueid.h"
 #include "uhash.h"
 #include "ustatus.h"
+#include "ustr.h"
+#include "ustrconv.h"
+#include "ucsv.h"
+#include "utimeplan.h"
 
 #endif /* PLATFORM_UTILS_H */
