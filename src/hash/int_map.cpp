@@ -15,10 +15,16 @@ struct IntItem {
     UT_hash_handle hh;
 };
 
-IntItem *findItem(IntItem *head, std::int32_t key) {
+IntItem *findItem(IntItem *head, std::int32_t key, unsigned hash) {
     IntItem *item = nullptr;
-    HASH_FIND_INT(head, &key, item);
+    HASH_FIND_BYHASHVALUE(hh, head, &key, sizeof(key), hash, item);
     return item;
+}
+
+IntItem *findItem(IntItem *head, std::int32_t key) {
+    unsigned hash = 0;
+    HASH_VALUE(&key, sizeof(key), hash);
+    return findItem(head, key, hash);
 }
 
 void releaseItem(IntItem *item) { uFree(item); }
@@ -37,7 +43,9 @@ int32_t uIntHashInsert(uIntHash *map, int32_t key, void *value) {
     if (map == nullptr) {
         return -1;
     }
-    if (findItem(map->items, key) != nullptr) {
+    unsigned hash = 0; // computed once for the search and the insertion
+    HASH_VALUE(&key, sizeof(key), hash);
+    if (findItem(map->items, key, hash) != nullptr) {
         return 0;
     }
     auto *item = static_cast<IntItem *>(uMalloc(sizeof(IntItem)));
@@ -46,7 +54,7 @@ int32_t uIntHashInsert(uIntHash *map, int32_t key, void *value) {
     }
     item->key = key;
     item->value = value;
-    HASH_ADD_INT(map->items, key, item);
+    HASH_ADD_BYHASHVALUE(hh, map->items, key, sizeof(key), hash, item);
     return 1;
 }
 

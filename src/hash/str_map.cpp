@@ -13,8 +13,10 @@
 
 namespace {
 
+// The key copy lives in the same block, right behind the item: one allocation per item and the
+// key bytes next to the handle that the bucket walk has just read.
 struct StrItem {
-    char *key; // strdup copy, folded in a case-insensitive map
+    char *key; // points just past the item; folded in a case-insensitive map
     void *value;
     UT_hash_handle hh;
 };
@@ -22,42 +24,45 @@ struct StrItem {
 } // namespace
 
 struct uHash {
-    StrItem *items;               // uthash head, null while the map is empty
+    StrItem *items;                // uthash head, null while the map is empty
     std::uint32_t caseInsensitive; // 1 folds keys to lower case
 };
 
 namespace {
 
-// The bytes a key is looked up by. Case-insensitive maps need a folded copy: keys that fit the
-// inline buffer are folded there, longer ones in a heap copy, which is the only step that can
-// fail (text() is then null and the key counts as absent).
+// A key as the table sees it: its bytes (folded for a case-insensitive map), their length and
+// their hash, computed once per operation. Folded keys that fit the inline buffer stay off the
+// heap; longer ones are folded in a heap copy, the only step that can fail (text() is then null).
 class ProbeKey {
   public:
     ProbeKey(const uHash *map, const char *key) : length_(std::strlen(key)) {
         if (map->caseInsensitive == 0) {
             text_ = key;
-            return;
-        }
-        char *copy = buffer_;
-        if (length_ >= sizeof(buffer_)) {
-            copy = heap_ = strdup(key);
+        } else {
+            char *copy = length_ < sizeof(buffer_) ? buffer_ : (heap_ = strdup(key));
             if (copy == nullptr) {
                 return;
             }
-        } else {
-            std::memcpy(buffer_, key, length_ + 1);
+            if (copy == buffer_) {
+                std::memcpy(buffer_, key, length_ + 1);
+            }
+            uStrToLowerCase(copy);
+            text_ = copy;
         }
-        uStrToLowerCase(copy);
-        text_ = copy;
+        HASH_VALUE(text_, length_, hash_);
     }
     ~ProbeKey() { std::free(heap_); }
     ProbeKey(const ProbeKey &) = delete;
     ProbeKey &operator=(const ProbeKey &) = delete;
 
+    const char *text() const { return text_; }
+    std::size_t length() const { return length_; }
+    unsigned hash() const { return hash_; }
+
     StrItem *find(StrItem *head) const {
         StrItem *item = nullptr;
         if (text_ != nullptr) {
-            HASH_FIND(hh, head, text_, length_, item);
+            HASH_FIND_BYHASHVALUE(hh, head, text_, length_, hash_, item);
         }
         return item;
     }
@@ -66,6 +71,7 @@ class ProbeKey {
     std::size_t length_;
     const char *text_ = nullptr;
     char *heap_ = nullptr;
+    unsigned hash_ = 0;
     char buffer_[64];
 };
 
@@ -81,10 +87,22 @@ void *valueOf(const uHash *map, const char *key) {
     return item == nullptr ? nullptr : item->value;
 }
 
-void releaseItem(StrItem *item) {
-    std::free(item->key);
-    uFree(item);
+// A new item holding a copy of the probe's (already folded) bytes, or null.
+StrItem *newItem(const ProbeKey &probe, void *value) {
+    const std::size_t size = sizeof(StrItem) + probe.length() + 1;
+    if (size > UINT32_MAX) {
+        return nullptr;
+    }
+    auto *item = static_cast<StrItem *>(uMalloc(static_cast<std::uint32_t>(size)));
+    if (item != nullptr) {
+        item->key = reinterpret_cast<char *>(item + 1);
+        std::memcpy(item->key, probe.text(), probe.length() + 1);
+        item->value = value;
+    }
+    return item;
 }
+
+void releaseItem(StrItem *item) { uFree(item); }
 
 } // namespace
 
@@ -102,24 +120,20 @@ int32_t uHashInsert(uHash *map, const char *key, void *value) {
     if (map == nullptr || key == nullptr || key[0] == '\0') {
         return -1;
     }
+    const ProbeKey probe(map, key);
+    if (probe.text() == nullptr) {
+        return -1;
+    }
     // Presence is judged by the value, so a key stored with a null value is added again: intended.
-    if (valueOf(map, key) != nullptr) {
+    const StrItem *present = probe.find(map->items);
+    if (present != nullptr && present->value != nullptr) {
         return 0;
     }
-    auto *item = static_cast<StrItem *>(uMalloc(sizeof(StrItem)));
+    StrItem *item = newItem(probe, value);
     if (item == nullptr) {
         return -1;
     }
-    item->key = strdup(key);
-    if (item->key == nullptr) {
-        uFree(item);
-        return -1;
-    }
-    if (map->caseInsensitive != 0) {
-        uStrToLowerCase(item->key);
-    }
-    item->value = value;
-    HASH_ADD_KEYPTR(hh, map->items, item->key, std::strlen(item->key), item);
+    HASH_ADD_KEYPTR_BYHASHVALUE(hh, map->items, item->key, probe.length(), probe.hash(), item);
     return 1;
 }
 
