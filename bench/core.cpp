@@ -108,8 +108,7 @@ void BM_PoolHandOver(benchmark::State &state) {
         taskThrPoolAddTask(pool, recordHandOver, &handOver, -1);
         totalNs += static_cast<double>(waitForLatency(handOver));
     }
-    state.counters["handover_ns"] =
-        benchmark::Counter(totalNs, benchmark::Counter::kAvgIterations);
+    state.counters["handover_ns"] = benchmark::Counter(totalNs, benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_PoolHandOver)->UseRealTime();
 
@@ -164,8 +163,7 @@ void BM_PlainThreadHandOver(benchmark::State &state) {
         worker.post([&handOver] { recordHandOver(&handOver); });
         totalNs += static_cast<double>(waitForLatency(handOver));
     }
-    state.counters["handover_ns"] =
-        benchmark::Counter(totalNs, benchmark::Counter::kAvgIterations);
+    state.counters["handover_ns"] = benchmark::Counter(totalNs, benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_PlainThreadHandOver)->UseRealTime();
 

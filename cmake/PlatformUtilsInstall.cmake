@@ -26,6 +26,10 @@ install(FILES ${PROJECT_BINARY_DIR}/platform_utils-config.cmake
               ${PROJECT_BINARY_DIR}/platform_utils-config-version.cmake
   DESTINATION ${PU_INSTALL_CMAKEDIR} COMPONENT dev)
 
+# The pkg-config file finds its prefix relative to itself, so the tree can be installed anywhere
+# (cmake --install --prefix) and moved afterwards.
+file(RELATIVE_PATH PU_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" PU_PC_TO_PREFIX "${PU_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/platform_utils.pc.in
   ${PROJECT_BINARY_DIR}/platform_utils.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/platform_utils.pc

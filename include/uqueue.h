@@ -52,7 +52,8 @@ PU_API void *uQmDeq(uQm *queue);
 
 /* Lays a pool of blockCount blocks of blockSize bytes over memory, which must hold
  * U_BM_HEAP_SIZE(blockCount, blockSize) bytes and outlive the pool. Blocks are handed out in
- * address order at first, then least recently freed first. blockSize is not rounded. */
+ * address order at first, then least recently freed first. blockSize is not rounded: data areas
+ * are aligned only as far as memory and blockSize make them. */
 PU_API void uBmInitHeap(uBm *pool, uint32_t blockCount, uint32_t blockSize, void *memory);
 
 /* A free block's data area, or null when none is free. */

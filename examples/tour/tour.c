@@ -9,13 +9,17 @@
 #include <stdio.h>
 #include <string.h>
 
-static void section(const char *title) { printf("\n== %s ==\n", title); }
+static void section(const char *title) {
+    printf("\n== %s ==\n", title);
+}
 
 /* ---- Platform: the power manager's heartbeat ------------------------------------------- */
 
 static atomic_int heartbeats;
 
-static void countHeartbeat(void) { atomic_fetch_add(&heartbeats, 1); }
+static void countHeartbeat(void) {
+    atomic_fetch_add(&heartbeats, 1);
+}
 
 static void tourPlatform(void) {
     section("platform heartbeat");
@@ -47,8 +51,8 @@ static void tourList(void) {
     uList *colours = uListInit(1); /* with its own lock: safe to share between tasks */
     uListAppend(colours, red);
     uListAppend(colours, green);
-    uListAdd(colours, blue, 0);    /* at the head */
-    uListAdd(colours, amber, -5);  /* any position below -1 lands behind the head */
+    uListAdd(colours, blue, 0);   /* at the head */
+    uListAdd(colours, amber, -5); /* any position below -1 lands behind the head */
     printList("colours", colours);
     printf("\"green\" is at position %d\n", uListSearch(colours, "green", compareText));
     uListRemove(colours, 0);
@@ -81,8 +85,10 @@ static void tourPool(void) {
     }
     uBmFree(packets[1]);
     uBmFree(packets[0]);
-    printf("freed blocks 1 then 0; next allocations give block %s, then block %s\n",
-           uBmAlloc(&pool) == packets[1] ? "1" : "?", uBmAlloc(&pool) == packets[0] ? "0" : "?");
+    void *again1 = uBmAlloc(&pool);
+    void *again0 = uBmAlloc(&pool);
+    printf("freed blocks 1 then 0: least recently freed first, so block %s comes back, then %s\n",
+           again1 == packets[1] ? "1" : "?", again0 == packets[0] ? "0" : "?");
     semDelete(pool.freeQueue.lock);
 }
 
@@ -197,6 +203,7 @@ static void tourLogging(void) {
 }
 
 int main(void) {
+    setvbuf(stdout, NULL, _IOLBF, 0); /* keep our lines in order with the log on stderr */
     printf("platform_utils tour\n");
     tourPlatform();
     tourList();

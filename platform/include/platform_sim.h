@@ -51,7 +51,8 @@ PLATFORM_API void platformSimSetPassHook(PLATFORM_SIM_PASS_BEGIN_FN begin,
  * thread pool is idle, so the callbacks the pass queued have finished too. */
 PLATFORM_API void platformSimHeartbeat(void);
 
-/* Blocks until every thread pool has no queued and no running call. */
+/* Blocks until every thread pool has no queued and no running call. Never call it (or
+ * platformSimHeartbeat) from a pool worker: it would wait for itself for ever. */
 PLATFORM_API void platformSimWaitPoolsIdle(void);
 
 /* Makes osaTimeZoneOffsetGet return seconds (east positive) instead of the local offset. */
@@ -85,7 +86,9 @@ typedef void (*PLATFORM_LOG_SINK)(void *context, int level, const char *module,
                                   const char *message);
 
 /* Installs sink (null removes it). While a sink is installed, lines still go to stderr by the
- * PLATFORM_LOG_LEVEL rule unless quiet is non-zero. */
+ * PLATFORM_LOG_LEVEL rule unless quiet is non-zero. Replacing the sink waits until calls to the
+ * old one have returned, so its context may be freed right after; do not call this from inside
+ * a sink. */
 PLATFORM_API void platformSimSetLogSink(PLATFORM_LOG_SINK sink, void *context, int quiet);
 
 #ifdef __cplusplus

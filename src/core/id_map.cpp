@@ -1,6 +1,8 @@
 // Id maps: linear scans over caller tables ended by a row whose id is U_MAP_END_ID.
 #include <umap.h>
 
+#include <cstdint>
+
 #include <strings.h>
 
 namespace {

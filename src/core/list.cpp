@@ -6,7 +6,6 @@
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -59,7 +58,7 @@ void linkNode(uList *list, uListNode *node, std::int32_t pos) {
         storeHead(list, node);
     } else {
         // Positions below -1 walk no link at all and so land behind the head, at position 1.
-        uListNode *before = nodeAt(list, std::max(pos - 1, 0));
+        uListNode *before = nodeAt(list, pos > 0 ? pos - 1 : 0);
         node->next = before->next;
         before->next = node;
     }
@@ -103,7 +102,9 @@ int32_t uListUninit(uList *list) {
     return 0;
 }
 
-int32_t uListSize(uList *list) { return list == nullptr ? -1 : loadSize(list); }
+int32_t uListSize(uList *list) {
+    return list == nullptr ? -1 : loadSize(list);
+}
 
 int32_t uListEol(uList *list, int32_t pos) {
     return (list == nullptr || pos < 0 || pos >= loadSize(list)) ? 1 : 0;
@@ -124,7 +125,9 @@ int32_t uListAdd(uList *list, void *element, int32_t pos) {
     return loadSize(list);
 }
 
-int32_t uListAppend(uList *list, void *element) { return uListAdd(list, element, -1); }
+int32_t uListAppend(uList *list, void *element) {
+    return uListAdd(list, element, -1);
+}
 
 void *uListRemove(uList *list, int32_t pos) {
     if (list == nullptr) {
@@ -237,7 +240,8 @@ int32_t uListSpecialClear(uList *list, uListFreeFn freeFn) {
     }
     uList *detached = uListInit(0);
     if (detached == nullptr) {
-        basaltPrintLog(pu::log::kError, pu::log::kList, "%s: init list error!", "uListSpecialClear");
+        basaltPrintLog(pu::log::kError, pu::log::kList, "%s: init list error!",
+                       "uListSpecialClear");
         return 0;
     }
     {
@@ -259,6 +263,8 @@ int32_t uListSpecialClear(uList *list, uListFreeFn freeFn) {
     return uListUninit(detached);
 }
 
-int32_t uListClearWithNodeNoNeedFree(uList *list) { return uListSpecialClear(list, ignoreElement); }
+int32_t uListClearWithNodeNoNeedFree(uList *list) {
+    return uListSpecialClear(list, ignoreElement);
+}
 
 } // extern "C"

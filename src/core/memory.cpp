@@ -5,8 +5,12 @@
 
 extern "C" {
 
-void *uMalloc(uint32_t size) { return std::calloc(size, 1); }
+void *uMalloc(uint32_t size) {
+    return std::calloc(size, 1);
+}
 
-void uFree(void *ptr) { std::free(ptr); }
+void uFree(void *ptr) {
+    std::free(ptr);
+}
 
 } // extern "C"

@@ -5,16 +5,33 @@
 #include "core/sem_lock.hpp"
 
 #include <atomic>
+#include <cstring>
 
 namespace {
 
 using pu::core::SemGuard;
 
+// The pool does not round block sizes, so the words in front of a block may be misaligned:
+// they are read and written bytewise (one plain move on the targets we build for).
+template <typename T> T loadWord(const void *at) {
+    T value;
+    std::memcpy(&value, at, sizeof value);
+    return value;
+}
+
+template <typename T> void storeWord(void *at, T value) {
+    std::memcpy(at, &value, sizeof value);
+}
+
 // The link word lies immediately before the element.
-void *&linkOf(void *element) { return static_cast<void **>(element)[-1]; }
+void *linkWordOf(void *element) {
+    return static_cast<char *>(element) - sizeof(void *);
+}
 
 // The owning pool lies one word before the link word.
-uBm *&ownerOf(void *block) { return reinterpret_cast<uBm **>(block)[-2]; }
+void *ownerWordOf(void *block) {
+    return static_cast<char *>(block) - 2 * sizeof(void *);
+}
 
 // uQmDeq tests for emptiness before taking the lock; head is accessed atomically (relaxed) so
 // that unlocked test is not a data race.
@@ -53,10 +70,10 @@ void uQmEnq(uQm *queue, void *element) {
     if (loadHead(queue) == nullptr) {
         storeHead(queue, element);
     } else {
-        linkOf(queue->tail) = element;
+        storeWord(linkWordOf(queue->tail), element);
     }
     queue->tail = element;
-    linkOf(element) = nullptr;
+    storeWord<void *>(linkWordOf(element), nullptr);
     ++queue->count;
 }
 
@@ -72,7 +89,7 @@ void *uQmDeq(uQm *queue) {
         storeHead(queue, nullptr);
         queue->tail = nullptr;
     } else {
-        storeHead(queue, linkOf(head));
+        storeHead(queue, loadWord<void *>(linkWordOf(head)));
     }
     --queue->count;
     return head;
@@ -89,18 +106,20 @@ void uBmInitHeap(uBm *pool, uint32_t blockCount, uint32_t blockSize, void *memor
     uQmInit(&pool->freeQueue);
     for (std::uint32_t i = 0; i < blockCount; ++i) {
         void *data = blockData(memory, i, blockSize);
-        ownerOf(data) = pool;
+        storeWord(ownerWordOf(data), pool);
         uQmEnq(&pool->freeQueue, data);
     }
 }
 
-void *uBmAlloc(uBm *pool) { return pool == nullptr ? nullptr : uQmDeq(&pool->freeQueue); }
+void *uBmAlloc(uBm *pool) {
+    return pool == nullptr ? nullptr : uQmDeq(&pool->freeQueue);
+}
 
 void uBmFree(void *block) {
     if (block == nullptr) {
         return;
     }
-    uQmEnq(&ownerOf(block)->freeQueue, block);
+    uQmEnq(&loadWord<uBm *>(ownerWordOf(block))->freeQueue, block);
 }
 
 } // extern "C"

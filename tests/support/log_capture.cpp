@@ -4,9 +4,13 @@
 
 namespace pu::test {
 
-LogCapture::LogCapture() { platformSimSetLogSink(&LogCapture::sink, this, 1); }
+LogCapture::LogCapture() {
+    platformSimSetLogSink(&LogCapture::sink, this, 1);
+}
 
-LogCapture::~LogCapture() { platformSimSetLogSink(nullptr, nullptr, 0); }
+LogCapture::~LogCapture() {
+    platformSimSetLogSink(nullptr, nullptr, 0);
+}
 
 void LogCapture::sink(void *context, int level, const char *module, const char *message) {
     auto *self = static_cast<LogCapture *>(context);

@@ -1,0 +1,85 @@
+// Helpers shared by the files of the Linux platform layer; nothing here is exported.
+#pragma once
+
+#include <platform_os.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+
+// State shared by threads lives in heap objects that are never destroyed
+// (`static auto &state = *new State;`): tasks, pool workers and the heartbeat thread keep running
+// while static destructors run at exit, and must not find their state gone.
+
+namespace pu::platform {
+
+// Module name of the layer's own log lines.
+inline constexpr const char *kLogModule = "platform.os";
+
+inline constexpr int kTicksPerSecond = 100;
+inline constexpr int kMsPerTick = 1000 / kTicksPerSecond;
+
+// Runs body and turns any exception into failure: the exported functions are C functions.
+template <typename Result, typename Body> Result guarded(Result failure, Body &&body) noexcept {
+    try {
+        return body();
+    } catch (const std::exception &) {
+        return failure;
+    }
+}
+
+// Waits on changed (with lock held) until ready() or until timeout ticks have passed; a negative
+// timeout waits for ever and NO_WAIT only looks. Returns ready().
+template <typename Ready>
+bool waitTicks(std::condition_variable &changed, std::unique_lock<std::mutex> &lock, int timeout,
+               Ready ready) {
+    if (timeout == NO_WAIT) {
+        return ready();
+    }
+    if (timeout < 0) {
+        changed.wait(lock, ready);
+        return true;
+    }
+    auto deadline = std::chrono::steady_clock::now() +
+                    std::chrono::milliseconds(static_cast<std::int64_t>(timeout) * kMsPerTick);
+    return changed.wait_until(lock, deadline, ready);
+}
+
+// ---- environment.cpp
+
+// The decimal integer in environment variable name, or fallback when it is unset, malformed or
+// outside [minimum, maximum].
+long readEnvInteger(const char *name, long fallback, long minimum, long maximum);
+
+// ---- threads.cpp
+
+// Starts a detached thread named name (cut to 15 characters; null or empty keeps the default)
+// with a stack of at least stackSize bytes, running body(context). On success the thread owns
+// context; on failure (false) the caller still does.
+bool startDetachedThread(const char *name, std::size_t stackSize, void (*body)(void *),
+                         void *context) noexcept;
+
+// ---- thread_pool.cpp
+
+// Blocks until no pool has a queued or running call.
+void waitPoolsIdle();
+
+// ---- power_manager.cpp
+
+// Calls every registered heartbeat function on the calling thread, in registration order.
+void callHeartbeats();
+
+// Stops (true) or resumes the heartbeat thread's calls. Stopping waits for a pass in progress
+// on that thread to end, unless called from the heartbeat thread itself.
+void pauseRealHeartbeats(bool paused);
+
+// ---- uptime.cpp
+
+// Switches up-time to the simulated clock (set from the real up-time the first time) or back.
+void setManualUpTime(bool manual);
+bool isManualUpTime() noexcept;
+
+} // namespace pu::platform
