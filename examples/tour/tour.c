@@ -141,6 +141,56 @@ static void tourStateMachine(void) {
     uFsmDestroy(fsm);
 }
 
+/* ---- Strings and CSV ------------------------------------------------------------------- */
+
+static void printCsvRow(void *userArg, uList *fields) {
+    int *rowNumber = (int *)userArg;
+    printf("row %d:", ++*rowNumber);
+    for (uListNode *node = fields->head; node != NULL; node = node->next) {
+        printf(" [%s]", (const char *)node->data);
+        uFree(node->data); /* the fields belong to the callback */
+    }
+    printf("\n");
+}
+
+static void tourStrings(void) {
+    section("strings and CSV");
+    char name[8];
+    int32_t stored = uStrSafeCopy(name, sizeof name, "platform_utils");
+    printf("a bounded copy into 8 bytes keeps %d characters: \"%s\"\n", stored, name);
+
+    char line[] = "  timeout = 30 \r\n";
+    UStrKeyValue *kv = uStrKeyValueParse(line, "=");
+    long seconds = 0;
+    if (kv != NULL && uStrTol(kv->value, &seconds, 10) == 0) {
+        printf("key \"%s\" has the number %ld\n", kv->key, seconds);
+    }
+    uStrKeyValueFree(kv);
+    printf("\"30s\" as a number: %s\n", uStrTol("30s", &seconds, 10) == 0 ? "yes" : "no (strict)");
+
+    char mac[18];
+    if (uStrFormatMacWithColon("001A2B3C4D5E", mac, sizeof mac) == 0) {
+        printf("MAC 001A2B3C4D5E is %s\n", mac);
+    }
+
+    /* CSV arrives in chunks; the unconsumed rest of one chunk goes in front of the next. */
+    const char *chunks[] = {"id,note\r\n1,\"a, b\"\r\n2,\"two\nli",
+                            "nes\"\r\n3,\"say \"\"hi\"\"\"\r\n"};
+    char buffer[128] = "";
+    int rowNumber = 0;
+    for (int i = 0; i < 2; i++) {
+        uStrSafeCat(buffer, sizeof buffer, chunks[i]);
+        int32_t consumed = uStrParseCsvData(buffer, 1, &rowNumber, printCsvRow);
+        memmove(buffer, buffer + consumed, strlen(buffer + consumed) + 1);
+    }
+    uStrParseCsvData(buffer, 0, &rowNumber, printCsvRow); /* whatever is left is the last row */
+
+    char field[32];
+    int32_t needQuotes = 0;
+    uStrEncodeCsv("say \"hi\", then go", field, sizeof field, &needQuotes);
+    printf("encoded for writing: %s%s%s\n", needQuotes ? "\"" : "", field, needQuotes ? "\"" : "");
+}
+
 /* ---- Logging --------------------------------------------------------------------------- */
 
 static void tourLogging(void) {
@@ -159,6 +209,7 @@ int main(void) {
     tourList();
     tourPool();
     tourStateMachine();
+    tourStrings();
     tourLogging();
     printf("\ntour finished\n");
     return 0;
