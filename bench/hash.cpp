@@ -33,8 +33,9 @@ const std::vector<std::string> &stringKeys() {
             std::string key(8 + random() % 17, ' ');
             for (char &c : key) {
                 const unsigned pick = random() % 62;
-                c = static_cast<char>(pick < 26 ? 'a' + pick : pick < 52 ? 'A' + pick - 26
-                                                                         : '0' + pick - 52);
+                c = static_cast<char>(pick < 26   ? 'a' + pick
+                                      : pick < 52 ? 'A' + pick - 26
+                                                  : '0' + pick - 52);
             }
             std::string folded = key;
             for (char &c : folded) {
@@ -65,7 +66,9 @@ const std::vector<std::int32_t> &intKeys() {
     return keys;
 }
 
-void *valueFor(std::size_t index) { return reinterpret_cast<void *>(index + 1); }
+void *valueFor(std::size_t index) {
+    return reinterpret_cast<void *>(index + 1);
+}
 
 // ---- The three maps behind one small interface ---------------------------------------------
 

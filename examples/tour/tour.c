@@ -191,6 +191,47 @@ static void tourStrings(void) {
     printf("encoded for writing: %s%s%s\n", needQuotes ? "\"" : "", field, needQuotes ? "\"" : "");
 }
 
+/* ---- Status store, hash map and unique ids --------------------------------------------- */
+
+typedef struct Device {
+    const char *model;
+    int port;
+} Device;
+
+static void tourStatusMapIds(void) {
+    section("status store, hash map and unique ids");
+    /* Any module of the process can publish a named value; readers take no lock. */
+    setSystemStatus("network.link", 1);
+    setSystemStatus("network.link", 0); /* updated in place */
+    uint32_t link = 99;
+    if (getSystemStatus("network.link", &link) == 0) {
+        printf("status network.link = %u\n", (unsigned)link);
+    }
+    printf("an unknown status gives %d\n", getSystemStatus("never.set", &link));
+
+    /* A case-insensitive map folds its keys; values are the caller's own pointers. */
+    static Device camera = {"cam-200", 554}, speaker = {"spk-10", 8080};
+    uHash *devices = uHashCreateMap(1);
+    uHashInsert(devices, "Front-Door", &camera);
+    uHashInsert(devices, "kitchen", &speaker);
+    printf("insert of an existing key returns %d (no update)\n",
+           uHashInsert(devices, "FRONT-DOOR", &speaker));
+    const Device *found = (const Device *)uHashGetValue(devices, "front-door");
+    printf("\"front-door\" is %s on port %d\n", found->model, found->port);
+    uHashDestroyMap(devices, NULL); /* the devices are static: nothing to release */
+
+    /* Ids unique within a module, handed out in rising order and wrapping. */
+    uIdRegisterUniqueIdModule("tour.plans", 1, 3);
+    int32_t a = uIdGetModuleAvailableUniqueId("tour.plans");
+    int32_t b = uIdGetModuleAvailableUniqueId("tour.plans");
+    uIdReleaseModuleUniqueId("tour.plans", a);
+    int32_t c = uIdGetModuleAvailableUniqueId("tour.plans");
+    int32_t d = uIdGetModuleAvailableUniqueId("tour.plans");
+    printf("drew %d and %d, released %d, then drew %d and %d (next-fit, then wrap)\n", a, b, a, c,
+           d);
+    uIdUnregisterUniqueIdModule("tour.plans");
+}
+
 /* ---- Logging --------------------------------------------------------------------------- */
 
 static void tourLogging(void) {
@@ -210,6 +251,7 @@ int main(void) {
     tourPool();
     tourStateMachine();
     tourStrings();
+    tourStatusMapIds();
     tourLogging();
     printf("\ntour finished\n");
     return 0;
