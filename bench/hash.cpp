@@ -11,6 +11,7 @@
 #include <benchmark/benchmark.h>
 #include <glib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -32,8 +33,9 @@ const std::vector<std::string> &stringKeys() {
             std::string key(8 + random() % 17, ' ');
             for (char &c : key) {
                 const unsigned pick = random() % 62;
-                c = static_cast<char>(pick < 26 ? 'a' + pick : pick < 52 ? 'A' + pick - 26
-                                                                         : '0' + pick - 52);
+                c = static_cast<char>(pick < 26   ? 'a' + pick
+                                      : pick < 52 ? 'A' + pick - 26
+                                                  : '0' + pick - 52);
             }
             std::string folded = key;
             for (char &c : folded) {
@@ -64,7 +66,9 @@ const std::vector<std::int32_t> &intKeys() {
     return keys;
 }
 
-void *valueFor(std::size_t index) { return reinterpret_cast<void *>(index + 1); }
+void *valueFor(std::size_t index) {
+    return reinterpret_cast<void *>(index + 1);
+}
 
 // ---- The three maps behind one small interface ---------------------------------------------
 
@@ -162,6 +166,14 @@ struct StdIntMap {
 
 // ---- The three operations, each over all keys per iteration -------------------------------
 
+// Lookups and removals visit the keys in an order unrelated to insertion, as applications do;
+// insertion order would favour tables whose items sit in memory in that order.
+template <typename Keys> Keys shuffled(const Keys &keys) {
+    Keys order = keys;
+    std::shuffle(order.begin(), order.end(), std::mt19937(99));
+    return order;
+}
+
 template <typename Map, typename Keys> void fill(Map &map, const Keys &keys) {
     for (std::size_t i = 0; i < keys.size(); ++i) {
         map.insert(keys[i], valueFor(i));
@@ -184,8 +196,9 @@ template <typename Map, typename Keys>
 void lookUpAll(benchmark::State &state, const Keys &keys, bool folding) {
     Map map(folding);
     fill(map, keys);
+    const Keys order = shuffled(keys);
     for (auto _ : state) {
-        for (const auto &key : keys) {
+        for (const auto &key : order) {
             benchmark::DoNotOptimize(map.find(key));
         }
     }
@@ -194,12 +207,13 @@ void lookUpAll(benchmark::State &state, const Keys &keys, bool folding) {
 
 template <typename Map, typename Keys>
 void removeAll(benchmark::State &state, const Keys &keys, bool folding) {
+    const Keys order = shuffled(keys);
     for (auto _ : state) {
         state.PauseTiming();
         auto *map = new Map(folding);
         fill(*map, keys);
         state.ResumeTiming();
-        for (const auto &key : keys) {
+        for (const auto &key : order) {
             map->remove(key);
         }
         state.PauseTiming();
@@ -274,14 +288,15 @@ BENCHMARK(BM_GetSystemStatus)->Arg(10)->Arg(500)->Arg(1000);
 
 // ---- Ratios ---------------------------------------------------------------------------------
 
-// Prints as usual and remembers each map run's time per iteration for the ratio table.
+// Prints as usual and remembers the CPU time per iteration of each map run for the ratio table
+// (CPU time, so that a busy machine descheduling the process does not skew one side).
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run> &runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run &run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                times_[run.benchmark_name()] = run.GetAdjustedRealTime();
+                times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
             }
         }
     }

@@ -17,7 +17,7 @@
 PU_BEGIN_DECLS
 
 /* Registers module name with the ids firstId .. firstId + count - 1. Ignored for a null name, a
- * count of 0 or less, a negative firstId, or a range reaching past INT32_MAX.
+ * count of 0 or less, a negative firstId, or when firstId + count exceeds INT32_MAX.
  *
  * Registering a known module again moves its range to the new one: a larger count grows the flag
  * array keeping the flags of ids in use (by their offset from the start), a smaller one keeps the

@@ -29,7 +29,9 @@ static_assert(sizeof(void *) != 4 || sizeof(Module) == 20, "32-bit record layout
 std::atomic<SEM_ID> gLock{0};
 std::atomic<uList *> gRegistry{nullptr};
 
-const char *printable(const char *name) { return name == nullptr ? "(null)" : name; }
+const char *printable(const char *name) {
+    return name == nullptr ? "(null)" : name;
+}
 
 // Makes the family lock and the registry if they do not exist yet. Racing first registrations
 // keep one of each. False when the registry cannot be made.

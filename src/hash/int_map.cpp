@@ -27,7 +27,9 @@ IntItem *findItem(IntItem *head, std::int32_t key) {
     return findItem(head, key, hash);
 }
 
-void releaseItem(IntItem *item) { uFree(item); }
+void releaseItem(IntItem *item) {
+    uFree(item);
+}
 
 } // namespace
 
@@ -37,7 +39,9 @@ struct uIntHash {
 
 extern "C" {
 
-uIntHash *uIntHashMapCreate(void) { return static_cast<uIntHash *>(uMalloc(sizeof(uIntHash))); }
+uIntHash *uIntHashMapCreate(void) {
+    return static_cast<uIntHash *>(uMalloc(sizeof(uIntHash)));
+}
 
 int32_t uIntHashInsert(uIntHash *map, int32_t key, void *value) {
     if (map == nullptr) {
@@ -68,20 +72,12 @@ int32_t uIntHashKeyExists(uIntHash *map, int32_t key) {
 }
 
 int32_t uIntHashRemove(uIntHash *map, int32_t key, uHashFreeFn freeValue) {
-    IntItem *item = map == nullptr ? nullptr : findItem(map->items, key);
-    if (item == nullptr) {
-        return -1;
-    }
-    pu::hash::dropItem(map->items, item, freeValue, releaseItem);
-    return 0;
+    return pu::hash::removeFound(map, map == nullptr ? nullptr : findItem(map->items, key),
+                                 freeValue, releaseItem);
 }
 
 void uIntHashDestroyMap(uIntHash *map, uHashFreeFn freeValue) {
-    if (map == nullptr) {
-        return;
-    }
-    pu::hash::dropAll(map->items, freeValue, releaseItem);
-    uFree(map);
+    pu::hash::destroyMap(map, freeValue, releaseItem);
 }
 
 } // extern "C"

@@ -7,6 +7,8 @@
 
 #include <uthash.h>
 
+#include <cstdint>
+
 namespace pu::hash {
 
 // Unlinks item from the table at head, hands its value to freeValue (when given), then frees
@@ -25,7 +27,28 @@ template <typename Item, typename Release>
 void dropAll(Item *&head, uHashFreeFn freeValue, Release releaseItem) {
     Item *item = nullptr;
     Item *next = nullptr;
-    HASH_ITER(hh, head, item, next) { dropItem(head, item, freeValue, releaseItem); }
+    HASH_ITER(hh, head, item, next) {
+        dropItem(head, item, freeValue, releaseItem);
+    }
+}
+
+// Removal of a found item (or -1 when none was found), as both maps report it.
+template <typename Map, typename Item, typename Release>
+std::int32_t removeFound(Map *map, Item *item, uHashFreeFn freeValue, Release releaseItem) {
+    if (item == nullptr) {
+        return -1;
+    }
+    dropItem(map->items, item, freeValue, releaseItem);
+    return 0;
+}
+
+// Drops every item of map, then frees the map itself. A null map is ignored.
+template <typename Map, typename Release>
+void destroyMap(Map *map, uHashFreeFn freeValue, Release releaseItem) {
+    if (map != nullptr) {
+        dropAll(map->items, freeValue, releaseItem);
+        uFree(map);
+    }
 }
 
 } // namespace pu::hash

@@ -44,7 +44,9 @@ bool matches(const StatusRecord *record, const pu::hash::NameKeys &keys) {
     return record->key1 == keys.key1 && record->key2 == keys.key2;
 }
 
-const char *printable(const char *name) { return name == nullptr ? "(null)" : name; }
+const char *printable(const char *name) {
+    return name == nullptr ? "(null)" : name;
+}
 
 // Creates the store's mutex. The slots need no clearing: they start empty and only
 // statusBuffFree empties them again. Two first callers racing here keep one mutex.

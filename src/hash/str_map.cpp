@@ -102,7 +102,9 @@ StrItem *newItem(const ProbeKey &probe, void *value) {
     return item;
 }
 
-void releaseItem(StrItem *item) { uFree(item); }
+void releaseItem(StrItem *item) {
+    uFree(item);
+}
 
 } // namespace
 
@@ -137,25 +139,20 @@ int32_t uHashInsert(uHash *map, const char *key, void *value) {
     return 1;
 }
 
-void *uHashGetValue(uHash *map, const char *key) { return valueOf(map, key); }
+void *uHashGetValue(uHash *map, const char *key) {
+    return valueOf(map, key);
+}
 
-int32_t uHashKeyExists(uHash *map, const char *key) { return valueOf(map, key) != nullptr ? 1 : 0; }
+int32_t uHashKeyExists(uHash *map, const char *key) {
+    return valueOf(map, key) != nullptr ? 1 : 0;
+}
 
 int32_t uHashRemove(uHash *map, const char *key, uHashFreeFn freeValue) {
-    StrItem *item = findItem(map, key);
-    if (item == nullptr) {
-        return -1;
-    }
-    pu::hash::dropItem(map->items, item, freeValue, releaseItem);
-    return 0;
+    return pu::hash::removeFound(map, findItem(map, key), freeValue, releaseItem);
 }
 
 void uHashDestroyMap(uHash *map, uHashFreeFn freeValue) {
-    if (map == nullptr) {
-        return;
-    }
-    pu::hash::dropAll(map->items, freeValue, releaseItem);
-    uFree(map);
+    pu::hash::destroyMap(map, freeValue, releaseItem);
 }
 
 } // extern "C"

@@ -26,7 +26,9 @@ uint32_t rsHash(const char *str, uint32_t modulus) {
     return modulus == 0 ? hash : hash % modulus;
 }
 
-uint64_t bkdrHash(const char *str) { return str == nullptr ? 0 : pu::hash::bkdr31(str); }
+uint64_t bkdrHash(const char *str) {
+    return str == nullptr ? 0 : pu::hash::bkdr31(str);
+}
 
 uint64_t remainderHash(const char *str) {
     return str == nullptr ? 0 : (byteSum(str) & 0x7FFFFFFFu);

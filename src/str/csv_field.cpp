@@ -40,9 +40,27 @@ char *appendCollapsed(char *out, std::string_view text, bool &pendingQuote) {
     return out;
 }
 
+// Bytes that end an unquoted field; the terminator always does, so a scan of a NUL-terminated
+// text stops by itself.
+struct EndTable {
+    bool ends[256] = {};
+    constexpr explicit EndTable(bool lineBreaks) {
+        ends[static_cast<unsigned char>('\0')] = true;
+        ends[static_cast<unsigned char>(',')] = true;
+        ends[static_cast<unsigned char>('\r')] = lineBreaks;
+        ends[static_cast<unsigned char>('\n')] = lineBreaks;
+    }
+};
+constexpr EndTable kRowEnds(true);
+constexpr EndTable kFieldEnds(false);
+
 std::size_t findFieldEnd(std::string_view text, std::size_t pos, bool lineBreaks) {
-    // The text is NUL-terminated, so strcspn may scan it directly.
-    return pos + std::strcspn(text.data() + pos, lineBreaks ? ",\r\n" : ",");
+    const bool *ends = lineBreaks ? kRowEnds.ends : kFieldEnds.ends;
+    const char *p = text.data() + pos;
+    while (!ends[static_cast<unsigned char>(*p)]) {
+        ++p;
+    }
+    return static_cast<std::size_t>(p - text.data());
 }
 
 } // namespace
@@ -52,17 +70,16 @@ ScannedField scanField(std::string_view text, std::size_t pos, bool lineBreaks) 
     while (pos < text.size() && text[pos] == ' ') {
         ++pos; // leading spaces are not part of a field
     }
-    const std::size_t start = pos;
-    std::size_t rawBegin = pos;
+    field.start = pos;
+    field.rawBegin = pos;
     bool inQuotes = false;
-    std::size_t openAt = 0;
 
     if (pos < text.size() && text[pos] == '"') {
         const std::size_t run = quoteRunLength(text, pos);
         if (run % 2 == 1) {
             inQuotes = true; // the rest of the run is escaped quotes inside
-            openAt = pos + 1;
-            pos = openAt;
+            field.openAt = pos + 1;
+            pos = field.openAt;
         } else {
             pos += run; // an empty quoted text or escaped quotes: the field is not quoted
         }
@@ -72,28 +89,23 @@ ScannedField scanField(std::string_view text, std::size_t pos, bool lineBreaks) 
         const std::size_t quote = text.find('"', pos);
         if (quote == std::string_view::npos) {
             field.unterminated = true;
-            field.afterOpen = text.substr(openAt);
             pos = text.size();
             break;
         }
         const std::size_t run = quoteRunLength(text, quote);
         pos = quote + run;
         if (run % 2 == 1) {
-            const std::size_t closing = pos - 1;
             field.hasQuoted = true;
-            field.quoted = text.substr(openAt, closing - openAt);
-            rawBegin = pos;
+            field.quotedEnd = pos - 1;
+            field.rawBegin = pos;
             inQuotes = false;
         }
     }
 
     if (!field.unterminated) {
         pos = findFieldEnd(text, pos, lineBreaks); // quotes past the start are plain text
-        field.raw = text.substr(rawBegin, pos - rawBegin);
     }
     field.end = pos;
-    field.whole = text.substr(start, pos - start);
-    field.started = pos > start;
     if (pos >= text.size()) {
         field.terminator = Terminator::End;
     } else {
@@ -132,17 +144,18 @@ char *decodeField(std::string_view text) {
     return buildCollapsed(text);
 }
 
-char *buildDataField(const ScannedField &field) {
+char *buildDataField(std::string_view text, const ScannedField &field) {
     if (field.unterminated) {
-        return buildCollapsed(field.afterOpen);
+        return buildCollapsed(text.substr(field.openAt));
     }
+    const std::string_view raw = text.substr(field.rawBegin, field.end - field.rawBegin);
     if (field.hasQuoted) {
-        return buildCollapsed(field.quoted, field.raw);
+        return buildCollapsed(text.substr(field.openAt, field.quotedEnd - field.openAt), raw);
     }
-    if (field.raw.empty()) {
+    if (raw.empty()) {
         return ownedCopy({});
     }
-    return decodeField(field.raw);
+    return decodeField(raw);
 }
 
 } // namespace pu::str::csv

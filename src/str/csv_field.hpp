@@ -9,17 +9,19 @@ namespace pu::str::csv {
 // What ended a field.
 enum class Terminator { Comma, LineBreak, End };
 
-// One scanned field, as ranges into the text.
+// One scanned field, as positions in the text (kept small: one is made per field).
 struct ScannedField {
-    bool started = false;       // a non-space character (or a terminator-less quote) was seen
-    bool unterminated = false;  // the text ended inside quotes
-    bool hasQuoted = false;     // a closed quoted part exists
-    std::string_view quoted;    // between the opening and the closing quote, quotes still doubled
-    std::string_view raw;       // unquoted text, or the text after the closing quote
-    std::string_view afterOpen; // everything after the opening quote (for unterminated fields)
-    std::string_view whole;     // from the first non-space character to the terminator
+    std::size_t start = 0;     // first non-space character
+    std::size_t openAt = 0;    // just after the opening quote, for a quoted field
+    std::size_t quotedEnd = 0; // the closing quote, when hasQuoted
+    std::size_t rawBegin = 0;  // unquoted text, or the text after the closing quote
+    std::size_t end = 0;       // the terminator, or the text's length
+    bool unterminated = false; // the text ended inside quotes
+    bool hasQuoted = false;    // a closed quoted part exists
     Terminator terminator = Terminator::End;
-    std::size_t end = 0; // position of the terminator, or the text's length
+
+    bool started() const { return end > start; }
+    std::string_view whole(std::string_view text) const { return text.substr(start, end - start); }
 };
 
 // Scans the field that starts at pos: leading spaces are dropped; a field that opens with an odd
@@ -34,7 +36,7 @@ char *buildCollapsed(std::string_view first, std::string_view second = {});
 // The owned field text the data parser makes of a scanned field: the quoted part followed by
 // the raw range, or the decoded raw range; an unterminated field gives what followed the
 // opening quote. Null when memory runs out.
-char *buildDataField(const ScannedField &field);
+char *buildDataField(std::string_view text, const ScannedField &field);
 
 // uStrDecodeCsv's text: one pair of enclosing quotes removed, doubled quotes made single.
 char *decodeField(std::string_view text);

@@ -12,10 +12,18 @@
 namespace {
 
 // Appends at most limit characters of src behind the text of length dstLength and terminates.
+// A short src is measured and copied; a long one goes on with strncat, which scans and copies
+// in one pass.
 void appendCut(char *dst, std::size_t dstLength, const char *src, std::size_t limit) {
-    const std::size_t take = strnlen(src, limit);
-    std::memcpy(dst + dstLength, src, take);
-    dst[dstLength + take] = '\0';
+    constexpr std::size_t kShort = 64;
+    const std::size_t probeLimit = std::min(limit, kShort);
+    const std::size_t probe = strnlen(src, probeLimit);
+    char *end = dst + dstLength;
+    std::memcpy(end, src, probe);
+    end[probe] = '\0';
+    if (probe == kShort && limit > kShort) {
+        std::strncat(end + probe, src + probe, limit - probe);
+    }
 }
 
 } // namespace

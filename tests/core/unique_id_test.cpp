@@ -28,13 +28,14 @@ std::vector<std::int32_t> draw(const char *name, int times) {
 
 using Ids = std::vector<std::int32_t>;
 
+// The formats end in a newline, which the log sink hands over removed.
 std::string notRegistered(const std::string &name) {
     return "uIdGetModuleAvailableUniqueId: module=[" + name +
-           "] does not registered in uniqueModule.\n";
+           "] does not registered in uniqueModule.";
 }
 
 std::string exhausted(const std::string &name) {
-    return "uIdGetManagerAvailableId: Module[" + name + "] does not have any available id!\n";
+    return "uIdGetManagerAvailableId: Module[" + name + "] does not have any available id!";
 }
 
 TEST(UniqueIdFirstUse, EverythingIsHarmlessBeforeTheFirstRegistration) {
@@ -59,7 +60,7 @@ TEST(UniqueId, NextFitWrapsAndReleaseDoesNotMoveTheCursor) {
     uIdRegisterUniqueIdModule("fit", 1, 3);
     EXPECT_EQ(log.count(kDebug, kModule,
                         "uIdRegisterUniqueIdModule: module=[fit] with max id=[3] register to "
-                        "uniqueIdModule!\n"),
+                        "uniqueIdModule!"),
               1)
         << log.dump();
     EXPECT_EQ(draw("fit", 4), Ids({1, 2, 3, -1}));

@@ -28,7 +28,9 @@ struct Shared {
     std::atomic<int> backwardReads{0};
 };
 
-std::string ownName(int thread) { return "stress-own-" + std::to_string(thread); }
+std::string ownName(int thread) {
+    return "stress-own-" + std::to_string(thread);
+}
 
 void worker(int self, Shared &shared) {
     const std::string own = ownName(self);

@@ -12,11 +12,15 @@
 
 namespace {
 
-void *word(std::uintptr_t value) { return reinterpret_cast<void *>(value); }
+void *word(std::uintptr_t value) {
+    return reinterpret_cast<void *>(value);
+}
 
 // Counts release calls per value.
 std::map<void *, int> gReleased;
-void recordRelease(void *value) { ++gReleased[value]; }
+void recordRelease(void *value) {
+    ++gReleased[value];
+}
 
 class HashMaps : public testing::Test {
   protected:

@@ -26,7 +26,9 @@ class StatusStore : public testing::Test {
     void TearDown() override { statusBuffFree(); }
 };
 
-std::uint32_t slotOf(const std::string &name) { return rsHash(name.c_str(), kSlots); }
+std::uint32_t slotOf(const std::string &name) {
+    return rsHash(name.c_str(), kSlots);
+}
 
 // count names of the form prefix<n> whose probe starts at slot.
 std::vector<std::string> namesStartingAt(std::uint32_t slot, int count, const std::string &prefix) {

@@ -40,7 +40,11 @@ std::uint64_t referenceSum(const std::string &text) {
 }
 
 std::vector<std::string> sampleTexts() {
-    std::vector<std::string> texts = {"", "a", "hello", "SYSTEM_TIME_UPDATED", "\xff\xfe\x80",
+    std::vector<std::string> texts = {"",
+                                      "a",
+                                      "hello",
+                                      "SYSTEM_TIME_UPDATED",
+                                      "\xff\xfe\x80",
                                       "The quick brown fox jumps over the lazy dog"};
     std::mt19937 random(4);
     for (int i = 0; i < 200; ++i) {

@@ -194,35 +194,24 @@ TEST(StrIPv4, LowestByteFirst) {
     char dst[16];
     EXPECT_EQ(uStrIPv4ToStr(0x0100A8C0u, dst, sizeof(dst)), 0);
     EXPECT_STREQ(dst, "192.168.0.1");
-    EXPECT_EQ(uStrIPv4ToStr(0xFFFFFFFFu, dst, sizeof(dst)), 0);
-    EXPECT_STREQ(dst, "255.255.255.255");
     EXPECT_EQ(uStrIPv4ToStr(0xFFFFFFFFu, dst, 8), 0);
     EXPECT_STREQ(dst, "255.255");
     EXPECT_EQ(uStrIPv4ToStr(1, nullptr, 16), -1);
 }
 
-TEST(StrDtmf, Symbols) {
+TEST(StrTimes, DtmfAndTimeRanges) {
     EXPECT_EQ(uStrDtmfCheck("0123456789*#ABCD"), 1);
-    EXPECT_EQ(uStrDtmfCheck("12*#AD"), 1);
-    EXPECT_EQ(uStrDtmfCheck("12a"), 0);
-    EXPECT_EQ(uStrDtmfCheck("E"), 0);
-    EXPECT_EQ(uStrDtmfCheck(""), 0);
-    EXPECT_EQ(uStrDtmfCheck(nullptr), 0);
-}
+    for (const char *bad : {"12a", "E", "", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(uStrDtmfCheck(bad), 0) << (bad ? bad : "null");
+    }
 
-TEST(StrTimeRange, BothMustBeValidTimesOfDay) {
     EXPECT_EQ(uStrCheckTimeRange("00:00:00", "23:59:59"), 0);
-    EXPECT_EQ(uStrCheckTimeRange("23:59:59", "00:00:00"), 0); // not compared with each other
-    EXPECT_EQ(uStrCheckTimeRange("7:5:0", "8:0:0"), 0);
-    EXPECT_EQ(uStrCheckTimeRange("23:59:59", "24:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("12:60:00", "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("12:00:60", "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("-1:00:00", "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("12:00:00x", "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("12:00", "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("12::00", "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange(nullptr, "13:00:00"), -1);
-    EXPECT_EQ(uStrCheckTimeRange("13:00:00", nullptr), -1);
+    EXPECT_EQ(uStrCheckTimeRange("23:59:59", "7:5:0"), 0); // not compared with each other
+    for (const char *bad : {"24:00:00", "12:60:00", "12:00:60", "-1:00:00", "12:00:00x", "12:00",
+                            "12::00", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(uStrCheckTimeRange("13:00:00", bad), -1) << (bad ? bad : "null");
+        EXPECT_EQ(uStrCheckTimeRange(bad, "13:00:00"), -1) << (bad ? bad : "null");
+    }
 }
 
 TEST(StrDate, ParsesAndChecksMonthLengthsOnRequest) {
@@ -238,20 +227,16 @@ TEST(StrDate, ParsesAndChecksMonthLengthsOnRequest) {
     EXPECT_EQ(uStrParseDateToTm("2024/2/30", &tm, 1), 0);
     EXPECT_EQ(uStrParseDateToTm("2024/2/30", &tm, 0), 1);
     EXPECT_EQ(tm.tm_mday, 30);
-    EXPECT_EQ(uStrParseDateToTm("2023-02-29", &tm, 1), 0);
-    EXPECT_EQ(uStrParseDateToTm("2000-02-29", &tm, 1), 1);
-    EXPECT_EQ(uStrParseDateToTm("1900-02-29", &tm, 1), 0);
-    EXPECT_EQ(uStrParseDateToTm("2024-04-31", &tm, 1), 0);
-    EXPECT_EQ(uStrParseDateToTm("2024-12-31", &tm, 1), 1);
-    EXPECT_EQ(uStrParseDateToTm("1899-01-01", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2101-01-01", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2100-13-01", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2100-00-01", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2100-01-32", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2100-01-00", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2024-01-01x", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2024-01", &tm, 0), 0);
-    EXPECT_EQ(uStrParseDateToTm("2024.01.01", &tm, 0), 0);
+    for (const char *date : {"2000-02-29", "2024-12-31", "1900-01-01", "2100-12-31"}) {
+        EXPECT_EQ(uStrParseDateToTm(date, &tm, 1), 1) << date;
+    }
+    for (const char *date : {"2023-02-29", "1900-02-29", "2024-04-31"}) {
+        EXPECT_EQ(uStrParseDateToTm(date, &tm, 1), 0) << date;
+    }
+    for (const char *date : {"1899-12-31", "2101-01-01", "2100-13-01", "2100-00-01", "2100-01-32",
+                             "2100-01-00", "2024-01-01x", "2024-01", "2024.01.01"}) {
+        EXPECT_EQ(uStrParseDateToTm(date, &tm, 0), 0) << date;
+    }
     EXPECT_EQ(uStrParseDateToTm(nullptr, &tm, 0), 0);
     EXPECT_EQ(uStrParseDateToTm("2024-01-01", nullptr, 0), 0);
 }
@@ -270,22 +255,18 @@ TEST(StrDate, MonthMaxDay) {
 }
 
 TEST(StrTimeOfDay, FormatsAsHHMMSS) {
-    char *text = uStrFormatTimeAsHHMMSS("7:5:0");
-    EXPECT_STREQ(text, "07:05:00");
-    uFree(text);
-    text = uStrFormatTimeAsHHMMSS(" \t23:59:59\t ");
-    EXPECT_STREQ(text, "23:59:59");
-    uFree(text);
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS("24:00:00"), nullptr);
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS("12:00:60"), nullptr);
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS("12:00"), nullptr);
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS("12:00:00x"), nullptr);
-    text = uStrFormatTimeAsHHMMSS("000000012:00:00"); // 15 characters is still allowed
-    EXPECT_STREQ(text, "12:00:00");
-    uFree(text);
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS("0000000012:00:00"), nullptr); // 16: too long
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS(""), nullptr);
-    EXPECT_EQ(uStrFormatTimeAsHHMMSS(nullptr), nullptr);
+    const std::pair<const char *, const char *> good[] = {
+        {"7:5:0", "07:05:00"}, {" \t23:59:59\t ", "23:59:59"}, {"000000012:00:00", "12:00:00"}};
+    for (const auto &[text, expected] : good) {
+        char *formatted = uStrFormatTimeAsHHMMSS(text);
+        EXPECT_STREQ(formatted, expected) << text;
+        uFree(formatted);
+    }
+    // "0000000012:00:00" is 16 characters: too long although the time is fine.
+    for (const char *bad : {"24:00:00", "12:00:60", "12:00", "12:00:00x", "0000000012:00:00", "",
+                            static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(uStrFormatTimeAsHHMMSS(bad), nullptr) << (bad ? bad : "null");
+    }
 }
 
 } // namespace

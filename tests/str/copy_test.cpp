@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -76,6 +77,26 @@ TEST(StrSafeCat, AppendsWithinSizeAndCutsSilently) {
     uStrSafeCat(dst, 1, "abc");
     EXPECT_STREQ(dst, "");
     EXPECT_EQ(dst[1], 'X');
+}
+
+TEST(StrSafeCat, LongSourcesAreCutAtEverySize) {
+    std::string src;
+    for (int i = 0; i < 150; ++i) {
+        src += static_cast<char>('a' + i % 26);
+    }
+    for (int32_t size : {3, 60, 65, 66, 67, 68, 100, 152, 153, 154, 300}) {
+        std::vector<char> dst(static_cast<size_t>(size) + 1, 'X');
+        std::strcpy(dst.data(), "ab");
+        uStrSafeCat(dst.data(), size, src.c_str());
+        const std::string expected = ("ab" + src).substr(0, static_cast<size_t>(size) - 1);
+        EXPECT_EQ(std::string(dst.data()), expected) << size;
+        EXPECT_EQ(dst[static_cast<size_t>(size)], 'X') << size;
+
+        std::strcpy(dst.data(), "ab");
+        uStrnSafeCat(dst.data(), size, src.c_str(), 70);
+        EXPECT_EQ(std::string(dst.data()), ("ab" + src.substr(0, 70)).substr(0, size - 1)) << size;
+        EXPECT_EQ(dst[static_cast<size_t>(size)], 'X') << size;
+    }
 }
 
 TEST(StrnSafeCat, LimitsByNAndBySize) {

@@ -190,6 +190,26 @@ TEST(CsvData, RowsEndAtLineBreaksAndBlankLinesGiveNoRows) {
     EXPECT_EQ(uStrParseCsvData("a,b\nc", 1, nullptr, nullptr), 4);
 }
 
+// A callback may also take the fields out of the list itself, or leave part of them in it.
+void drainRow(void *userArg, uList *fields) {
+    Row row;
+    while (uListSize(fields) > 1) {
+        auto *text = static_cast<char *>(uListRemove(fields, 0));
+        row.emplace_back(text);
+        uFree(text);
+    }
+    row.emplace_back(static_cast<char *>(uListFirst(fields)));
+    uFree(uListFirst(fields)); // its node stays in the list: the parser takes it back
+    static_cast<Rows *>(userArg)->push_back(row);
+}
+
+TEST(CsvData, CallbacksMayRemoveFieldsFromTheList) {
+    Rows rows;
+    const char *text = "a,b,c\nd\ne,f,g,h,i\nj,k";
+    EXPECT_EQ(uStrParseCsvData(text, 0, &rows, drainRow), static_cast<int32_t>(strlen(text)));
+    EXPECT_EQ(rows, (Rows{{"a", "b", "c"}, {"d"}, {"e", "f", "g", "h", "i"}, {"j", "k"}}));
+}
+
 // Random well-formed CSV, quoted where a field needs it, with the fields it must give back.
 struct Generated {
     std::string text;

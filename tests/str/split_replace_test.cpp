@@ -112,36 +112,26 @@ TEST(StrListMatchKey, ExactOrStripped) {
     EXPECT_EQ(uStrListMatchKey("a", nullptr, ",", 0), 0);
 }
 
+// The parsed (key, value) of line, with "<null>" for a missing part; "<none>" for no record.
+std::pair<std::string, std::string> keyValue(const char *line, const char *sep) {
+    UStrKeyValue *kv = uStrKeyValueParse(line, sep);
+    if (kv == nullptr) {
+        return {"<none>", "<none>"};
+    }
+    std::pair<std::string, std::string> out{kv->key ? kv->key : "<null>",
+                                            kv->value ? kv->value : "<null>"};
+    uStrKeyValueFree(kv);
+    return out;
+}
+
 TEST(StrKeyValue, SplitsAtFirstSeparatorAndStripsBothParts) {
-    UStrKeyValue *kv = uStrKeyValueParse(" key = value \r\n", "=");
-    ASSERT_NE(kv, nullptr);
-    EXPECT_STREQ(kv->key, "key");
-    EXPECT_STREQ(kv->value, "value");
-    uStrKeyValueFree(kv);
-
-    kv = uStrKeyValueParse("k=", "=");
-    ASSERT_NE(kv, nullptr);
-    EXPECT_STREQ(kv->key, "k");
-    EXPECT_EQ(kv->value, nullptr);
-    uStrKeyValueFree(kv);
-
-    kv = uStrKeyValueParse("=v", "=");
-    ASSERT_NE(kv, nullptr);
-    EXPECT_EQ(kv->key, nullptr);
-    EXPECT_STREQ(kv->value, "v");
-    uStrKeyValueFree(kv);
-
-    kv = uStrKeyValueParse("a=b=c", "=");
-    ASSERT_NE(kv, nullptr);
-    EXPECT_STREQ(kv->key, "a");
-    EXPECT_STREQ(kv->value, "b=c");
-    uStrKeyValueFree(kv);
-
-    kv = uStrKeyValueParse("name::x", "::");
-    ASSERT_NE(kv, nullptr);
-    EXPECT_STREQ(kv->key, "name");
-    EXPECT_STREQ(kv->value, "x");
-    uStrKeyValueFree(kv);
+    using KV = std::pair<std::string, std::string>;
+    EXPECT_EQ(keyValue(" key = value \r\n", "="), (KV{"key", "value"}));
+    EXPECT_EQ(keyValue("k=", "="), (KV{"k", "<null>"}));
+    EXPECT_EQ(keyValue("=v", "="), (KV{"<null>", "v"}));
+    EXPECT_EQ(keyValue("a=b=c", "="), (KV{"a", "b=c"}));
+    EXPECT_EQ(keyValue("name::x", "::"), (KV{"name", "x"}));
+    EXPECT_EQ(keyValue("\tk \t=\t v\t", "="), (KV{"k", "v"}));
 
     EXPECT_EQ(uStrKeyValueParse(" = \r\n", "="), nullptr); // only the separator
     EXPECT_EQ(uStrKeyValueParse("novalue", "="), nullptr);
