@@ -138,10 +138,10 @@ TEST(AsyncCall, RefusedCallsStillReportSuccess) {
 TEST(AsyncCall, TaskIdsAlternateFromZero) {
     // Nothing else in this program asks for task ids, so the counter starts fresh here.
     std::vector<int> ids;
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 4; ++i) {
         ids.push_back(uAsyncCallGetAvailableTaskId());
     }
-    EXPECT_THAT(ids, ElementsAre(0, 1, 0, 1, 0));
+    EXPECT_THAT(ids, ElementsAre(0, 1, 0, 1));
 }
 
 } // namespace

@@ -30,6 +30,10 @@ void arrive(void *arg) {
 }
 
 TEST_F(TimerTest, RealHeartbeatFiresInOrderNearTheDueTime) {
+    {
+        std::lock_guard lock(arrivals.mutex);
+        arrivals.seen.clear();
+    }
     // The simulated clock is brought to the real one before each switch, so neither switch
     // looks like a jump of the up-time to the timer task. Earlier tests may have run the
     // simulated clock anywhere, so this first step may be one.
