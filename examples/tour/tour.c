@@ -249,8 +249,8 @@ static void timerFired(void *arg) {
 
 /* Event callbacks run on the task that raises the event: here, the timer's pool worker. */
 static void doorbellRang(const char *name, void *userData, void *data, uint32_t length) {
-    printf("%s heard \"%s\" with %u bytes: %s\n", (const char *)userData, name,
-           (unsigned)length, (const char *)data);
+    printf("%s heard \"%s\" with %u bytes: %s\n", (const char *)userData, name, (unsigned)length,
+           (const char *)data);
 }
 
 static void ringDoorbell(void *arg) {
@@ -263,8 +263,7 @@ static void tourTimersAndEvents(void) {
     timersDone = semBCreate(0, SEM_EMPTY);
     uEventCare("tour.doorbell", doorbellRang, "the hall");
     uEventCare("tour.doorbell", doorbellRang, "the kitchen"); /* one registration per callback */
-    printf("raising an event nobody cares for returns %d\n",
-           uEventRaise("tour.nobody", NULL, 0));
+    printf("raising an event nobody cares for returns %d\n", uEventRaise("tour.nobody", NULL, 0));
 
     /* The first add starts the timer service and its "uTimer" task; the power manager's
      * heartbeat (every 10 ms) drives it. */

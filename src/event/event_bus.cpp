@@ -102,7 +102,12 @@ Bus *initialise(bool logIfPresent) {
     return fresh;
 }
 
-Bus *busInUse() {
+// The bus for a call about name, initialised on demand; null for a null name or when the bus
+// cannot be made.
+Bus *busFor(const char *name) {
+    if (name == nullptr) {
+        return nullptr;
+    }
     Bus *bus = theBus.load(std::memory_order_acquire);
     return bus != nullptr ? bus : initialise(false);
 }
@@ -264,10 +269,7 @@ void uEventUninit(void) {
 }
 
 int32_t uEventCare(const char *name, uEventCallback callback, void *userData) {
-    if (name == nullptr) {
-        return 0;
-    }
-    Bus *bus = busInUse();
+    Bus *bus = busFor(name);
     if (bus == nullptr) {
         return 0;
     }
@@ -296,10 +298,7 @@ int32_t uEventCare(const char *name, uEventCallback callback, void *userData) {
 }
 
 int32_t uEventClear(const char *name, uEventCallback callback) {
-    if (name == nullptr) {
-        return 0;
-    }
-    Bus *bus = busInUse();
+    Bus *bus = busFor(name);
     if (bus == nullptr) {
         return 0;
     }
@@ -330,10 +329,7 @@ int32_t uEventClear(const char *name, uEventCallback callback) {
 }
 
 int32_t uEventRaise(const char *name, void *data, uint32_t length) {
-    if (name == nullptr) {
-        return 0;
-    }
-    Bus *bus = busInUse();
+    Bus *bus = busFor(name);
     if (bus == nullptr) {
         return 0;
     }

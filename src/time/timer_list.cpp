@@ -5,6 +5,7 @@
 #include <uasync.h>
 #include <umem.h>
 
+#include "core/list_internal.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 
@@ -46,15 +47,18 @@ uListNode *firstNode(const Service &s) {
 struct Position {
     std::int32_t index = -1;
     uListNode *node = nullptr;
+    uListNode *prev = nullptr; // null for the head
 };
 
 // Caller holds the timer mutex. The live entry with this id, or index -1.
 Position findTimer(const Service &s, std::uint32_t id) {
     std::int32_t index = 0;
-    for (uListNode *node = firstNode(s); node != nullptr; node = node->next, ++index) {
+    uListNode *prev = nullptr;
+    for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
         if (recordOf(node)->id == id) {
-            return {index, node};
+            return {index, node, prev};
         }
+        ++index;
     }
     return {};
 }
@@ -106,8 +110,9 @@ std::int32_t insertTimer(Service &s, TimerNode *record) {
     std::uint32_t sum = 0; // expiry of the entry before the current one
     std::int32_t firstWake = -1;
     std::int32_t index = 0;
+    uListNode *prev = nullptr;
     TimerNode *successor = nullptr;
-    for (uListNode *node = firstNode(s); node != nullptr; node = node->next, ++index) {
+    for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
         TimerNode *entry = recordOf(node);
         if (firstWake == -1 && entry->wakeup != 0) {
             firstWake = index;
@@ -118,20 +123,22 @@ std::int32_t insertTimer(Service &s, TimerNode *record) {
             break;
         }
         sum = expiry;
+        ++index;
     }
-    const std::int32_t position = successor != nullptr ? index : -1;
     record->delta = asSigned(static_cast<std::uint32_t>(delay) - sum);
     if (successor != nullptr) {
         successor->delta -= record->delta;
     }
-    const std::int32_t size = uListAdd(s.timers, record, position);
+    // Linked right behind the node the walk stopped after, so the list is walked once.
+    const std::int32_t size = pu::core::listInsertAfter(s.timers, prev, record);
     if (size < 0) {
         if (successor != nullptr) {
             successor->delta += record->delta;
         }
         return size;
     }
-    if (record->wakeup != 0 && (firstWake == -1 || (position >= 0 && firstWake >= position))) {
+    const bool appended = successor == nullptr;
+    if (record->wakeup != 0 && (firstWake == -1 || (!appended && firstWake >= index))) {
         armWakeUpLater(delay);
     }
     return size;
@@ -146,7 +153,7 @@ void removeTimer(Service &s, const Position &at) {
         record->id = 0;
         recordOf(at.node->next)->delta += record->delta;
     }
-    uListRemove(s.timers, at.index);
+    pu::core::listRemoveAfter(s.timers, at.prev);
     uBmFree(record);
 }
 
@@ -232,7 +239,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
                 record->delta = left;
                 break;
             }
-            uListRemove(s.timers, 0);
+            pu::core::listRemoveAfter(s.timers, nullptr);
             rest -= record->delta;
             wakeupExpired = wakeupExpired || record->wakeup != 0;
         }
@@ -245,7 +252,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
                 break;
             }
             deadDelay += recordOf(head)->delta;
-            uBmFree(uListRemove(s.timers, 0));
+            uBmFree(pu::core::listRemoveAfter(s.timers, nullptr));
         }
         if (wakeupExpired) {
             next = findFirstWakeup(s);
