@@ -19,17 +19,17 @@ constexpr std::uint32_t kSlotCount = 256;
 constexpr std::int32_t kAbsent = -2;    // the probe met a free slot
 constexpr std::int32_t kTableFull = -1; // the probe went all the way round
 
-struct Carer {
-    Carer *next;
+struct uEventCarer {
+    uEventCarer *next;
     void *userData;
     uEventCallback callback;
 };
 
-struct Slot {
+struct uEventSlot {
     std::uint32_t occupied;
     std::uint64_t key1; // bkdrHash(name)
     std::uint64_t key2; // rsHash(name, 256), also the slot where the probe starts
-    Carer *carers;
+    uEventCarer *carers;
 };
 
 // The whole bus is one malloc'd record published through an atomic pointer, so lazy
@@ -37,7 +37,7 @@ struct Slot {
 // discards its own.
 struct Bus {
     SEM_ID lock;
-    Slot slots[kSlotCount];
+    uEventSlot slots[kSlotCount];
 };
 
 std::atomic<Bus *> theBus{nullptr};
@@ -59,22 +59,22 @@ Bus *createBus() {
         return nullptr;
     }
     bus->lock = semMCreate(0);
-    for (Slot &slot : bus->slots) {
-        slot = Slot{0, 0, 0, nullptr};
+    for (uEventSlot &slot : bus->slots) {
+        slot = uEventSlot{0, 0, 0, nullptr};
     }
     return bus;
 }
 
-void freeCarers(Carer *carer) {
+void freeCarers(uEventCarer *carer) {
     while (carer != nullptr) {
-        Carer *next = carer->next;
+        uEventCarer *next = carer->next;
         uFree(carer);
         carer = next;
     }
 }
 
 void destroyBus(Bus *bus) {
-    for (Slot &slot : bus->slots) {
+    for (uEventSlot &slot : bus->slots) {
         freeCarers(slot.carers);
     }
     semDelete(bus->lock);
@@ -113,10 +113,10 @@ Bus *busFor(const char *name) {
 }
 
 // Caller holds the bus lock. The slot index of the event, kAbsent or kTableFull.
-std::int32_t findSlot(const Bus &bus, const Keys &keys) {
+std::int32_t uEventSlotFind(const Bus &bus, const Keys &keys) {
     std::uint32_t i = keys.start;
     do {
-        const Slot &slot = bus.slots[i];
+        const uEventSlot &slot = bus.slots[i];
         if (slot.occupied == 0) {
             return kAbsent;
         }
@@ -140,10 +140,10 @@ std::int32_t findFreeSlot(const Bus &bus, const Keys &keys) {
     return kTableFull;
 }
 
-Carer *newCarer(uEventCallback callback, void *userData) {
-    auto *carer = static_cast<Carer *>(std::malloc(sizeof(Carer)));
+uEventCarer *newCarer(uEventCallback callback, void *userData) {
+    auto *carer = static_cast<uEventCarer *>(std::malloc(sizeof(uEventCarer)));
     if (carer != nullptr) {
-        *carer = Carer{nullptr, userData, callback};
+        *carer = uEventCarer{nullptr, userData, callback};
     }
     return carer;
 }
@@ -152,8 +152,8 @@ enum class CareOutcome { added, duplicate, noFreeSlot, tableFull, noMemory };
 
 // Caller holds the bus lock; the slot holds the event already. A callback is registered once:
 // userData is not compared and a duplicate keeps the first userData.
-CareOutcome addCarer(Slot &slot, uEventCallback callback, void *userData) {
-    Carer **link = &slot.carers;
+CareOutcome addCarer(uEventSlot &slot, uEventCallback callback, void *userData) {
+    uEventCarer **link = &slot.carers;
     for (; *link != nullptr; link = &(*link)->next) {
         if ((*link)->callback == callback) {
             return CareOutcome::duplicate;
@@ -165,7 +165,7 @@ CareOutcome addCarer(Slot &slot, uEventCallback callback, void *userData) {
 
 // Caller holds the bus lock.
 CareOutcome care(Bus &bus, const Keys &keys, uEventCallback callback, void *userData) {
-    std::int32_t index = findSlot(bus, keys);
+    std::int32_t index = uEventSlotFind(bus, keys);
     if (index == kTableFull) {
         return CareOutcome::tableFull;
     }
@@ -176,11 +176,11 @@ CareOutcome care(Bus &bus, const Keys &keys, uEventCallback callback, void *user
     if (index < 0) {
         return CareOutcome::noFreeSlot;
     }
-    Carer *carer = newCarer(callback, userData);
+    uEventCarer *carer = newCarer(callback, userData);
     if (carer == nullptr) {
         return CareOutcome::noMemory;
     }
-    bus.slots[index] = Slot{1, keys.key1, keys.key2, carer};
+    bus.slots[index] = uEventSlot{1, keys.key1, keys.key2, carer};
     return CareOutcome::added;
 }
 
@@ -206,9 +206,9 @@ class Snapshot {
 
     // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
     // cannot be had, in which case nothing was copied.
-    bool take(const Slot &slot) {
+    bool take(const uEventSlot &slot) {
         std::size_t needed = 0;
-        for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+        for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
             needed += carer->callback != nullptr ? 1 : 0;
         }
         if (needed > kInlineCopies) {
@@ -219,7 +219,7 @@ class Snapshot {
                 return false;
             }
         }
-        for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+        for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
             if (carer->callback != nullptr) {
                 copies_[count_++] = CarerCopy{carer->userData, carer->callback};
             }
@@ -240,8 +240,8 @@ class Snapshot {
 };
 
 // Caller holds the bus lock; the fallback when no snapshot can be had.
-void callUnderLock(const Slot &slot, const char *name, void *data, std::uint32_t length) {
-    for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+void callUnderLock(const uEventSlot &slot, const char *name, void *data, std::uint32_t length) {
+    for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
         if (carer->callback != nullptr) {
             carer->callback(name, carer->userData, data, length);
         }
@@ -304,25 +304,26 @@ int32_t uEventClear(const char *name, uEventCallback callback) {
     }
     const Keys keys = keysOf(name);
     SemGuard guard(bus->lock);
-    const std::int32_t index = findSlot(*bus, keys);
+    const std::int32_t index = uEventSlotFind(*bus, keys);
     if (index < 0) {
         return 0;
     }
-    Slot &slot = bus->slots[index];
-    Carer **link = &slot.carers;
+    uEventSlot &slot = bus->slots[index];
+    uEventCarer **link = &slot.carers;
     while (*link != nullptr && (*link)->callback != callback) {
         link = &(*link)->next;
     }
-    Carer *removed = *link;
+    uEventCarer *removed = *link;
     if (removed == nullptr) {
         basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "This eventprocess didn't exist");
         return 1;
     }
     *link = removed->next;
-    // Slot 0 is deliberately never released: it stays occupied with an empty chain. A released
-    // slot leaves no marker, so events probed past it become unreachable; that is intended too.
+    // uEventSlot 0 is deliberately never released: it stays occupied with an empty chain. A
+    // released slot leaves no marker, so events probed past it become unreachable; that is intended
+    // too.
     if (slot.carers == nullptr && index > 0) {
-        slot = Slot{0, 0, 0, nullptr};
+        slot = uEventSlot{0, 0, 0, nullptr};
     }
     uFree(removed);
     return 1;
@@ -338,10 +339,10 @@ int32_t uEventRaise(const char *name, void *data, uint32_t length) {
     bool known = false;
     {
         SemGuard guard(bus->lock);
-        const std::int32_t index = findSlot(*bus, keys);
+        const std::int32_t index = uEventSlotFind(*bus, keys);
         if (index >= 0) {
             known = true;
-            const Slot &slot = bus->slots[index];
+            const uEventSlot &slot = bus->slots[index];
             if (!snapshot.take(slot)) {
                 callUnderLock(slot, name, data, length);
             }

@@ -34,8 +34,8 @@ std::int32_t asSigned(std::uint32_t value) {
     return static_cast<std::int32_t>(value);
 }
 
-TimerNode *recordOf(const uListNode *node) {
-    return static_cast<TimerNode *>(node->data);
+uTimerNode *recordOf(const uListNode *node) {
+    return static_cast<uTimerNode *>(node->data);
 }
 
 // The timer list has no lock of its own; every walk below runs under the timer mutex, so the
@@ -51,7 +51,7 @@ struct Position {
 };
 
 // Caller holds the timer mutex. The live entry with this id, or index -1.
-Position findTimer(const Service &s, std::uint32_t id) {
+Position uTimerIndexGet(const Service &s, std::uint32_t id) {
     std::int32_t index = 0;
     uListNode *prev = nullptr;
     for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
@@ -69,7 +69,7 @@ struct FirstWakeup {
 };
 
 // Caller holds the timer mutex. The earliest wake-up timer, or index -1 when there is none.
-FirstWakeup findFirstWakeup(const Service &s) {
+FirstWakeup uTimerFirstWakeupGet(const Service &s) {
     std::int64_t sum = 0;
     std::int32_t index = 0;
     for (uListNode *node = firstNode(s); node != nullptr; node = node->next, ++index) {
@@ -81,7 +81,7 @@ FirstWakeup findFirstWakeup(const Service &s) {
     return {};
 }
 
-void armWakeUpCall(void *cell) {
+void uTimerWakeUpArm(void *cell) {
     if (cell == nullptr) {
         return;
     }
@@ -98,22 +98,22 @@ void armWakeUpLater(std::int32_t delayMs) {
         return;
     }
     *cell = static_cast<std::uint32_t>(delayMs);
-    uAsyncCall(armWakeUpCall, cell);
+    uAsyncCall(uTimerWakeUpArm, cell);
 }
 
 // Caller holds the timer mutex. Links record into the list by its delay, before every entry
 // that expires at the same time or later: among equal expiries the newest fires first, on
 // purpose. Arms the device wake-up when record becomes the earliest wake-up timer. Returns the
 // list size after the insertion, or -1 (the list is then unchanged).
-std::int32_t insertTimer(Service &s, TimerNode *record) {
+std::int32_t uTimerListInsert(Service &s, uTimerNode *record) {
     const std::int32_t delay = asSigned(low32(record->delta));
     std::uint32_t sum = 0; // expiry of the entry before the current one
     std::int32_t firstWake = -1;
     std::int32_t index = 0;
     uListNode *prev = nullptr;
-    TimerNode *successor = nullptr;
+    uTimerNode *successor = nullptr;
     for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
-        TimerNode *entry = recordOf(node);
+        uTimerNode *entry = recordOf(node);
         if (firstWake == -1 && entry->wakeup != 0) {
             firstWake = index;
         }
@@ -147,7 +147,7 @@ std::int32_t insertTimer(Service &s, TimerNode *record) {
 // Caller holds the timer mutex. Unlinks the entry at at, handing its delay on to its successor
 // so the later timers keep their expiry, and returns its record to the pool.
 void removeTimer(Service &s, const Position &at) {
-    TimerNode *record = recordOf(at.node);
+    uTimerNode *record = recordOf(at.node);
     if (at.node->next != nullptr) {
         record->callback = nullptr;
         record->id = 0;
@@ -193,12 +193,12 @@ void startService(std::int32_t count, bool explicitCall) {
     s.timers = uListInit(0);
     s.heartbeats.store(uListInit(1), std::memory_order_release);
 
-    const std::size_t bytes = U_BM_HEAP_SIZE(blocks, sizeof(TimerNode));
+    const std::size_t bytes = U_BM_HEAP_SIZE(blocks, sizeof(uTimerNode));
     void *memory = bytes <= std::numeric_limits<std::uint32_t>::max()
                        ? uMalloc(static_cast<std::uint32_t>(bytes))
                        : nullptr;
     if (memory != nullptr) {
-        uBmInitHeap(&s.pool, static_cast<std::uint32_t>(blocks), sizeof(TimerNode), memory);
+        uBmInitHeap(&s.pool, static_cast<std::uint32_t>(blocks), sizeof(uTimerNode), memory);
         s.hasPool = true;
     } else {
         // The service runs on without a pool: every add fails.
@@ -216,7 +216,7 @@ void ensureStarted() {
     }
 }
 
-void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
+void runTimers(std::int32_t elapsedMs, std::vector<uTimerNode *> &batch) {
     ensureStarted();
     Service &s = service();
     batch.clear();
@@ -226,7 +226,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
         SemGuard guard(s.mutex);
         std::int64_t rest = elapsedMs;
         while (uListNode *head = firstNode(s)) {
-            TimerNode *record = recordOf(head);
+            uTimerNode *record = recordOf(head);
             const std::int64_t left = record->delta - rest;
             if (left >= 1) {
                 record->delta = left;
@@ -255,7 +255,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
             uBmFree(pu::core::listRemoveAfter(s.timers, nullptr));
         }
         if (wakeupExpired) {
-            next = findFirstWakeup(s);
+            next = uTimerFirstWakeupGet(s);
         }
     }
     const int handle = s.powerHandle.load(std::memory_order_relaxed);
@@ -264,7 +264,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
     }
     // The power manager counts the application active only while a wake-up timer's callback is
     // being queued, not while it runs; intended.
-    for (TimerNode *record : batch) {
+    for (uTimerNode *record : batch) {
         if (record->wakeup != 0) {
             osaSmAddActiveApp(handle, 1);
         }
@@ -300,10 +300,10 @@ uint32_t uTimerAddWithOptions(uTimerCallback callback, void *arg, int64_t delayM
     std::int32_t listSize = 0;
     {
         SemGuard guard(s.mutex);
-        auto *record = static_cast<TimerNode *>(uBmAlloc(poolOf(s)));
+        auto *record = static_cast<uTimerNode *>(uBmAlloc(poolOf(s)));
         if (record != nullptr) {
-            *record = TimerNode{delayMs, callback, arg, takeNextId(s), options};
-            if (insertTimer(s, record) < 0) {
+            *record = uTimerNode{delayMs, callback, arg, takeNextId(s), options};
+            if (uTimerListInsert(s, record) < 0) {
                 uBmFree(record);
                 return 0;
             }
@@ -341,14 +341,14 @@ void uTimerDel(uint32_t id) {
     std::int64_t dueMs = 0;
     {
         SemGuard guard(s.mutex);
-        const Position at = findTimer(s, id);
+        const Position at = uTimerIndexGet(s, id);
         if (at.index < 0) {
             return;
         }
         const bool wasWakeup = recordOf(at.node)->wakeup != 0;
         removeTimer(s, at);
         if (wasWakeup) {
-            const FirstWakeup next = findFirstWakeup(s);
+            const FirstWakeup next = uTimerFirstWakeupGet(s);
             if (next.index < 0) {
                 wake = WakeUp::cancel;
             } else if (next.index >= at.index) {
@@ -372,21 +372,21 @@ void uTimerRefresh(uint32_t id, int32_t delayMs) {
     }
     Service &s = service();
     SemGuard guard(s.mutex);
-    const Position at = findTimer(s, id);
+    const Position at = uTimerIndexGet(s, id);
     if (at.index < 0) {
         return;
     }
     // The new record is taken before the old one is returned, so a full pool refuses the
     // refresh and leaves the timer as it was.
-    auto *fresh = static_cast<TimerNode *>(uBmAlloc(poolOf(s)));
+    auto *fresh = static_cast<uTimerNode *>(uBmAlloc(poolOf(s)));
     if (fresh == nullptr) {
         return;
     }
-    const TimerNode *old = recordOf(at.node);
-    *fresh = TimerNode{delayMs, old->callback, old->arg, old->id, old->wakeup};
+    const uTimerNode *old = recordOf(at.node);
+    *fresh = uTimerNode{delayMs, old->callback, old->arg, old->id, old->wakeup};
     removeTimer(s, at);
     // A wake-up timer refreshed to a later time leaves the armed device wake-up where it was.
-    if (insertTimer(s, fresh) < 0) {
+    if (uTimerListInsert(s, fresh) < 0) {
         uBmFree(fresh);
     }
 }
@@ -427,7 +427,7 @@ void uTimerShow(void) {
 }
 
 void uTimerRun(int32_t elapsedMs) {
-    std::vector<TimerNode *> batch;
+    std::vector<uTimerNode *> batch;
     runTimers(elapsedMs, batch);
 }
 

@@ -93,8 +93,8 @@ UpTime readUpTime() {
     return now;
 }
 
-int timerTask(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
-              intptr_t, intptr_t) {
+int uTimerTask(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
+               intptr_t, intptr_t) {
     const SEM_ID tick = semBCreate(0, SEM_EMPTY);
     UpTime previous = readUpTime();
     markTaskReady(tick);
@@ -103,7 +103,7 @@ int timerTask(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr
     }
     std::uint32_t carryUs = 0;
     std::uint32_t accumulatedMs = 0;
-    std::vector<TimerNode *> batch;
+    std::vector<uTimerNode *> batch;
     for (;;) {
         semTake(tick, WAIT_FOREVER);
         markPassStarted();
@@ -165,8 +165,8 @@ std::uint32_t forwardMs(const UpTime &from, const UpTime &to, std::uint32_t &rem
 } // namespace
 
 void startTimerTask() {
-    const TASK_ID task = taskSpawn(kTaskName, kTaskPriority, 0, kTaskStackBytes, timerTask, 0, 0, 0,
-                                   0, 0, 0, 0, 0, 0, 0);
+    const TASK_ID task = taskSpawn(kTaskName, kTaskPriority, 0, kTaskStackBytes, uTimerTask, 0, 0,
+                                   0, 0, 0, 0, 0, 0, 0, 0);
     if (task == 0) {
         return;
     }

@@ -51,7 +51,7 @@ bool wallClockFollowedTimers(const Service &s, std::uint32_t now, std::uint32_t 
 void resynchronise(Service &s, std::uint32_t now) {
     std::int32_t pos = 0;
     while (uListEol(s.eventTimers, pos) == 0) {
-        auto *entry = static_cast<EventTimerEntry *>(uListGet(s.eventTimers, pos));
+        auto *entry = static_cast<uTimerEventEntry *>(uListGet(s.eventTimers, pos));
         if (uTimerRemainGet(entry->timerId) < kResyncMinRemainMs) {
             uListRemove(s.eventTimers, pos);
             uFree(entry);
@@ -79,14 +79,14 @@ uint32_t uTimerEventAdd(uTimerCallback callback, void *arg, uint32_t wallTime) {
             return 0;
         }
     }
-    auto *entry = static_cast<EventTimerEntry *>(uMalloc(sizeof(EventTimerEntry)));
+    auto *entry = static_cast<uTimerEventEntry *>(uMalloc(sizeof(uTimerEventEntry)));
     if (entry == nullptr) {
         basaltPrintLog(pu::log::kWarning, pu::log::kTimer, "%s: malloc error \n", "uTimerEventAdd");
         return 0;
     }
     const std::uint32_t id = uTimerAddSecWithWakeup(callback, arg, wallTime - now);
     // Kept even without a timer (a time already past); the next re-synchronisation drops it.
-    *entry = EventTimerEntry{wallTime, id};
+    *entry = uTimerEventEntry{wallTime, id};
     if (uListAppend(s.eventTimers, entry) < 0) {
         uFree(entry);
     }

@@ -232,17 +232,6 @@ TEST_F(TimerTest, ExhaustedPoolRefusesAddsAndRecovers) {
     }
 }
 
-TEST_F(TimerTest, IdsIncreaseAndAreNeverZero) {
-    Timers timers;
-    std::uint32_t previous = timers.add(1000, 1);
-    for (int i = 0; i < 50; ++i) {
-        const std::uint32_t id = timers.add(1000 + i, 1);
-        EXPECT_EQ(id, previous + 1);
-        previous = id;
-    }
-    EXPECT_NE(previous, 0U);
-}
-
 TEST_F(TimerTest, ShowAndRepeatedInitLog) {
     Timers timers;
     const std::uint32_t id = timers.add(42, 1);
