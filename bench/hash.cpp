@@ -8,6 +8,8 @@
 // and compares with ASCII case folding; std::unordered_map folds the key into its std::string.
 #include <platform_utils.h>
 
+#include "times_reporter.hpp"
+
 #include <benchmark/benchmark.h>
 #include <glib.h>
 
@@ -288,38 +290,25 @@ BENCHMARK(BM_GetSystemStatus)->Arg(10)->Arg(500)->Arg(1000);
 
 // ---- Ratios ---------------------------------------------------------------------------------
 
-// Prints as usual and remembers the CPU time per iteration of each map run for the ratio table
-// (CPU time, so that a busy machine descheduling the process does not skew one side).
-class RatioReporter : public benchmark::ConsoleReporter {
+// Prints as usual and remembers each run's time for the ratio table.
+class RatioReporter : public pu::bench::TimesReporter {
   public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run &run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
-            }
-        }
-    }
-
     void printRatios() const {
         std::printf("\n%-22s %12s %12s\n", "map/operation", "ours/ghash", "ours/std");
-        for (const auto &[name, ours] : times_) {
+        for (const auto &[name, ours] : times()) {
             const auto slash = name.rfind("/ours");
             if (slash == std::string::npos) {
                 continue;
             }
             const std::string stem = name.substr(0, slash);
-            auto ghash = times_.find(stem + "/ghash");
-            auto plain = times_.find(stem + "/std");
-            if (ghash != times_.end() && plain != times_.end()) {
+            auto ghash = times().find(stem + "/ghash");
+            auto plain = times().find(stem + "/std");
+            if (ghash != times().end() && plain != times().end()) {
                 std::printf("%-22s %12.2f %12.2f\n", stem.c_str(), ours / ghash->second,
                             ours / plain->second);
             }
         }
     }
-
-  private:
-    std::map<std::string, double> times_;
 };
 
 } // namespace

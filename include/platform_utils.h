@@ -14,6 +14,9 @@
 #include "ustr.h"
 #include "ustrconv.h"
 #include "ucsv.h"
+#include "uevent.h"
+#include "uasync.h"
+#include "utimer.h"
 #include "utimeplan.h"
 
 #endif /* PLATFORM_UTILS_H */

@@ -232,6 +232,60 @@ static void tourStatusMapIds(void) {
     uIdUnregisterUniqueIdModule("tour.plans");
 }
 
+/* ---- Timers and events ----------------------------------------------------------------- */
+
+static SEM_ID timersDone;
+static atomic_int timersLeft;
+static uint32_t timersStartMs;
+
+/* Timer callbacks run on a worker of the asynchronous call pool, never on the timer task. */
+static void timerFired(void *arg) {
+    printf("timer \"%s\" fired %u ms after the start\n", (const char *)arg,
+           (unsigned)osaLongTimeSpanCompute(timersStartMs, osaGetSysUpMs()));
+    if (atomic_fetch_sub(&timersLeft, 1) == 1) {
+        semGive(timersDone);
+    }
+}
+
+/* Event callbacks run on the task that raises the event: here, the timer's pool worker. */
+static void doorbellRang(const char *name, void *userData, void *data, uint32_t length) {
+    printf("%s heard \"%s\" with %u bytes: %s\n", (const char *)userData, name, (unsigned)length,
+           (const char *)data);
+}
+
+static void ringDoorbell(void *arg) {
+    uEventRaise("tour.doorbell", arg, (uint32_t)strlen((const char *)arg) + 1);
+    timerFired("doorbell");
+}
+
+static void tourTimersAndEvents(void) {
+    section("timers and events");
+    timersDone = semBCreate(0, SEM_EMPTY);
+    uEventCare("tour.doorbell", doorbellRang, "the hall");
+    uEventCare("tour.doorbell", doorbellRang, "the kitchen"); /* one registration per callback */
+    printf("raising an event nobody cares for returns %d\n", uEventRaise("tour.nobody", NULL, 0));
+
+    /* The first add starts the timer service and its "uTimer" task; the power manager's
+     * heartbeat (every 10 ms) drives it. */
+    timersStartMs = osaGetSysUpMs();
+    atomic_store(&timersLeft, 3);
+    uint32_t slow = uTimerAdd(timerFired, "slow", 120);
+    uTimerAdd(timerFired, "quick", 40);
+    uint32_t never = uTimerAdd(timerFired, "never", 60);
+    /* A wake-up timer also keeps the device's wake-up armed, so a sleeping device wakes for it. */
+    uTimerAddWithWakeup(ringDoorbell, "ding dong", 80);
+    uTimerDel(never);
+    uTimerRefresh(slow, 200); /* same id, new delay */
+    printf("\"slow\" refreshed: due in %u ms; \"never\" deleted: %u ms\n",
+           (unsigned)uTimerRemainGet(slow), (unsigned)uTimerRemainGet(never));
+
+    if (semTake(timersDone, 3 * sysClkRateGet()) != 0) {
+        printf("the timers did not all fire in time\n");
+    }
+    uEventClear("tour.doorbell", doorbellRang);
+    semDelete(timersDone);
+}
+
 /* ---- Logging --------------------------------------------------------------------------- */
 
 static void tourLogging(void) {
@@ -252,6 +306,7 @@ int main(void) {
     tourStateMachine();
     tourStrings();
     tourStatusMapIds();
+    tourTimersAndEvents();
     tourLogging();
     printf("\ntour finished\n");
     return 0;
