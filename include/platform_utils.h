@@ -18,5 +18,6 @@
 #include "uasync.h"
 #include "utimer.h"
 #include "utimeplan.h"
+#include "upara.h"
 
 #endif /* PLATFORM_UTILS_H */
