@@ -1,4 +1,4 @@
-// Helpers shared by the string and CSV fuzz targets.
+// Helpers shared by the string, CSV and JSON fuzz targets.
 #pragma once
 
 #include <platform_utils.h>
@@ -33,6 +33,13 @@ inline std::vector<std::string> takeStrings(uList *list) {
         uFree(text);
     }
     uListClearWithNodeNoNeedFree(list);
+    return out;
+}
+
+// Copies a library-owned text (null allowed) and frees it with uFree, as callers do.
+inline std::string takeText(char *text) {
+    std::string out = text != nullptr ? text : "";
+    uFree(text);
     return out;
 }
 

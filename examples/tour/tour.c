@@ -297,6 +297,36 @@ static void tourLogging(void) {
     basaltPrintLog(PLATFORM_LOG_DEBUG, "tour", "a debug line, filtered out by default");
 }
 
+static void tourJson(void) {
+    section("JSON parameters");
+    cJSON *settings = NULL;
+    cJSON *network = NULL;
+    uParaAddString(&settings, "name", "hall \"east\"");
+    uParaAddInt(&settings, "volume", 3);
+    uParaAddInt(&settings, "Volume", 7); /* same member: names match ignoring case */
+    uParaAddBool(&network, "dhcp", 1);
+    uParaAddObject(&settings, "network", &network);
+
+    char *text = uParaStringCreate(settings);
+    char *line = cJSON_Print_Oneline(settings);
+    char *display = cJSON_PrintUnescape(settings);
+    printf("formatted:\n%s\none line: %s\nfor display: %s\n", text ? text : "(none)",
+           line ? line : "(none)", display ? display : "(none)");
+
+    /* Reading back from the text along a path of keys. */
+    char *name = uParaGetString(text, NULL, 1, "name");
+    printf("volume %d, dhcp %d, missing flag %d, name %s, volume in tree %g\n",
+           (int)uParaGetInt(text, -1, 1, "volume"),
+           (int)uParaGetBool(text, 0, 2, "network", "dhcp"),
+           (int)uParaGetBool(text, 0, 1, "nosuch"), name ? name : "(none)",
+           cJSON_GetDouble(settings, "volume", -1));
+    uFree(name);
+    uFree(display);
+    uFree(line);
+    uFree(text);
+    uParaFree(settings);
+}
+
 int main(void) {
     setvbuf(stdout, NULL, _IOLBF, 0); /* keep our lines in order with the log on stderr */
     printf("platform_utils tour\n");
@@ -307,6 +337,7 @@ int main(void) {
     tourStrings();
     tourStatusMapIds();
     tourTimersAndEvents();
+    tourJson();
     tourLogging();
     printf("\ntour finished\n");
     return 0;

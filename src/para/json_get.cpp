@@ -90,13 +90,13 @@ int32_t uParaGetBool(const char *json, int32_t def, int32_t depth, const char *k
     va_list moreKeys;
     va_start(moreKeys, key);
     // A missing item reads as true whatever def is: intended, callers rely on it.
-    const int32_t result = convertPrinted(json, int32_t{1}, depth, key, moreKeys,
-                                          [def](const char *text) {
-                                              if (strcasecmp(text, "false") == 0) {
-                                                  return int32_t{0};
-                                              }
-                                              return strcasecmp(text, "true") == 0 ? 1 : def;
-                                          });
+    const int32_t result =
+        convertPrinted(json, int32_t{1}, depth, key, moreKeys, [def](const char *text) {
+            if (strcasecmp(text, "false") == 0) {
+                return int32_t{0};
+            }
+            return strcasecmp(text, "true") == 0 ? 1 : def;
+        });
     va_end(moreKeys);
     return result;
 }

@@ -18,7 +18,9 @@ cJSON *objectAt(cJSON **obj) {
     return *obj;
 }
 
-int32_t addResult(const cJSON *added) { return added != nullptr ? 0 : -1; }
+int32_t addResult(const cJSON *added) {
+    return added != nullptr ? 0 : -1;
+}
 
 int32_t setNumber(cJSON **obj, const char *key, double value) {
     cJSON *object = objectAt(obj);
@@ -43,11 +45,17 @@ using pu::para::objectAt;
 
 extern "C" {
 
-cJSON *uParaCreateObject(void) { return cJSON_CreateObject(); }
+cJSON *uParaCreateObject(void) {
+    return cJSON_CreateObject();
+}
 
-char *uParaStringCreate(cJSON *obj) { return cJSON_Print(obj); }
+char *uParaStringCreate(cJSON *obj) {
+    return cJSON_Print(obj);
+}
 
-void uParaFree(cJSON *obj) { cJSON_Delete(obj); }
+void uParaFree(cJSON *obj) {
+    cJSON_Delete(obj);
+}
 
 int32_t uParaAddObject(cJSON **parent, const char *key, cJSON **child) {
     cJSON *parentObject = objectAt(parent);

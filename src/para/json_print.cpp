@@ -3,7 +3,9 @@
 // allocate through cJSON's hooks, so their texts are released like cJSON's own.
 #include <upara.h>
 
+#include <array>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -22,20 +24,18 @@ constexpr auto kEscapeLetters = [] {
     for (int c = 0; c < 32; ++c) {
         table.letter[c] = 'u';
     }
-    table.letter['\b'] = 'b';
-    table.letter['\f'] = 'f';
-    table.letter['\n'] = 'n';
-    table.letter['\r'] = 'r';
-    table.letter['\t'] = 't';
-    table.letter['"'] = '"';
-    table.letter['\\'] = '\\';
+    constexpr std::string_view kShortEscapes = "\b\f\n\r\t\"\\";
+    constexpr std::string_view kLetters = "bfnrt\"\\";
+    for (std::size_t i = 0; i < kShortEscapes.size(); ++i) {
+        table.letter[static_cast<unsigned char>(kShortEscapes[i])] = kLetters[i];
+    }
     return table;
 }();
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-// A growing output buffer from cJSON's hooks. It grows the way cJSON's printer does (to twice
-// what is needed), with malloc-copy-free because cJSON publishes no reallocation hook.
+// A growing output buffer, started from cJSON's hooks. It grows the way cJSON's printer does, to
+// twice what is needed.
 class Output {
   public:
     Output() = default;
@@ -60,12 +60,12 @@ class Output {
             return data_ + offset_;
         }
         const std::size_t grown = needed > INT_MAX / 2 ? std::size_t{INT_MAX} : needed * 2;
-        auto *bigger = static_cast<char *>(cJSON_malloc(grown));
+        // realloc, as cJSON's own printer grows with its default hooks: printed texts must be
+        // malloc blocks anyway, since callers release them with uFree.
+        auto *bigger = static_cast<char *>(std::realloc(data_, grown));
         if (bigger == nullptr) {
             return nullptr;
         }
-        std::memcpy(bigger, data_, offset_);
-        cJSON_free(data_);
         data_ = bigger;
         length_ = grown;
         return data_ + offset_;
@@ -139,12 +139,22 @@ template <Style style> class Printer {
     // Longer than any number cJSON prints ("%1.17g" of a double, or "null").
     static constexpr int kNumberRoom = 64;
 
-    static char escapeLetter(unsigned char c) {
+    static constexpr char escapeLetter(unsigned char c) {
         if (kKeepQuotes && (c == '"' || c == '\\')) {
             return 0;
         }
         return kEscapeLetters.letter[c];
     }
+
+    // Bytes a character adds when escaped: 0, 1 for a letter escape, 5 for \u00XX.
+    static constexpr auto kExtraBytes = [] {
+        std::array<unsigned char, 256> extra{};
+        for (std::size_t c = 0; c < extra.size(); ++c) {
+            const char letter = escapeLetter(static_cast<unsigned char>(c));
+            extra[c] = letter == 0 ? 0 : (letter == 'u' ? 5 : 1);
+        }
+        return extra;
+    }();
 
     // cJSON prints the number itself, into our buffer, so the digits are exactly its own.
     bool number(const cJSON *item) {
@@ -161,11 +171,11 @@ template <Style style> class Printer {
         if (text == nullptr) {
             return out_.append("\"\"");
         }
+        const auto *bytes = reinterpret_cast<const unsigned char *>(text);
         std::size_t length = 0;
         std::size_t extra = 0;
-        for (const char *p = text; *p != '\0'; ++p, ++length) {
-            const char letter = escapeLetter(static_cast<unsigned char>(*p));
-            extra += letter == 0 ? 0 : (letter == 'u' ? 5 : 1);
+        for (; bytes[length] != 0; ++length) {
+            extra += kExtraBytes[bytes[length]];
         }
         char *out = out_.reserve(length + extra + 2);
         if (out == nullptr) {
@@ -176,16 +186,15 @@ template <Style style> class Printer {
             std::memcpy(out, text, length);
             out += length;
         } else {
-            for (const char *p = text; *p != '\0'; ++p) {
-                const auto c = static_cast<unsigned char>(*p);
-                const char letter = escapeLetter(c);
-                if (letter == 0) {
+            for (std::size_t i = 0; i < length; ++i) {
+                const unsigned char c = bytes[i];
+                if (kExtraBytes[c] == 0) {
                     *out++ = static_cast<char>(c);
                     continue;
                 }
                 *out++ = '\\';
-                *out++ = letter;
-                if (letter == 'u') {
+                *out++ = escapeLetter(c);
+                if (kExtraBytes[c] == 5) {
                     *out++ = '0';
                     *out++ = '0';
                     *out++ = kHexDigits[c >> 4];

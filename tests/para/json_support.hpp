@@ -14,7 +14,9 @@ struct JsonDeleter {
 };
 using JsonTree = std::unique_ptr<cJSON, JsonDeleter>;
 
-inline JsonTree parse(const char *text) { return JsonTree(cJSON_Parse(text)); }
+inline JsonTree parse(const char *text) {
+    return JsonTree(cJSON_Parse(text));
+}
 
 // Takes a printed text (null allowed) and frees it with uFree, as callers of the library do.
 inline std::string take(char *text, bool *wasNull = nullptr) {

@@ -16,7 +16,8 @@ using pu::test::parse;
 using pu::test::printedOnOneLine;
 using pu::test::take;
 
-constexpr const char *kDeep = R"({"a":{"b":{"c":{"d":{"e":5,"f":{"g":6}},"n":4},"n":3},"n":2},"n":1})";
+constexpr const char *kDeep =
+    R"({"a":{"b":{"c":{"d":{"e":5,"f":{"g":6}},"n":4},"n":3},"n":2},"n":1})";
 
 TEST(JsonPath, WalksOneToFiveKeysAndNoOtherDepth) {
     EXPECT_EQ(uParaGetInt(kDeep, -1, 1, "n"), 1);
@@ -259,8 +260,9 @@ TEST(JsonPrinters, MatchCjsonLayoutNumbersAndEscapes) {
 
 TEST(JsonPrinters, ExactOneLineLayout) {
     JsonTree tree = parse(R"({"a":1,"b":[1,2,{"c":null}],"d":{},"e":{"f":"x"}})");
-    EXPECT_EQ(take(cJSON_Print_Oneline(tree.get())),
-              "{ \"a\":\t1, \"b\":\t[1, 2, { \"c\":\tnull }], \"d\":\t{ }, \"e\":\t{ \"f\":\t\"x\" } }");
+    EXPECT_EQ(
+        take(cJSON_Print_Oneline(tree.get())),
+        "{ \"a\":\t1, \"b\":\t[1, 2, { \"c\":\tnull }], \"d\":\t{ }, \"e\":\t{ \"f\":\t\"x\" } }");
     JsonTree empty(cJSON_CreateObject());
     EXPECT_EQ(take(cJSON_Print_Oneline(empty.get())), "{ }");
     EXPECT_EQ(take(cJSON_PrintUnescape(empty.get())), "{\n}");
@@ -270,8 +272,11 @@ TEST(JsonPrinters, QuoteAndBackslashAreRawOnlyWhenUnescaped) {
     JsonTree tree = parse(R"({"p":"a\"b","q\"k":"c\\d\u0002"})");
     EXPECT_EQ(take(cJSON_PrintUnescape(tree.get())),
               "{\n\t\"p\":\t\"a\"b\",\n\t\"q\"k\":\t\"c\\d\\u0002\"\n}");
-    EXPECT_EQ(take(cJSON_Print_Oneline(tree.get())),
-              R"({ "p":)" "\t" R"("a\"b", "q\"k":)" "\t" R"("c\\d\u0002" })");
+    EXPECT_EQ(take(cJSON_Print_Oneline(tree.get())), R"({ "p":)"
+                                                     "\t"
+                                                     R"("a\"b", "q\"k":)"
+                                                     "\t"
+                                                     R"("c\\d\u0002" })");
     EXPECT_EQ(take(cJSON_Print_Oneline(tree.get())), printedOnOneLine(tree.get()));
 }
 
