@@ -2,6 +2,7 @@
 // text has no line break outside strings and is cJSON_Print with its line breaks made spaces;
 // the unescaped text equals cJSON_Print when no string holds a quote or a backslash.
 #include "str_fuzz_support.hpp"
+#include "../tests/para/json_support.hpp"
 
 namespace {
 
@@ -36,21 +37,6 @@ bool lineBreakOutsideStrings(const std::string &text) {
     return false;
 }
 
-std::string breaksToSpaces(const std::string &formatted) {
-    std::string out;
-    for (std::size_t i = 0; i < formatted.size(); ++i) {
-        if (formatted[i] != '\n') {
-            out += formatted[i];
-            continue;
-        }
-        out += ' ';
-        while (i + 1 < formatted.size() && formatted[i + 1] == '\t') {
-            ++i;
-        }
-    }
-    return out;
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -70,7 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     require(oneLineText != nullptr, "one-line print failed");
     const std::string oneLine = takeText(oneLineText);
     require(!lineBreakOutsideStrings(oneLine), "line break outside strings in one-line text");
-    require(oneLine == breaksToSpaces(formatted), "one-line text is not cJSON's layout on a line");
+    require(oneLine == pu::test::oneLineLayout(formatted),
+            "one-line text is not cJSON's layout on a line");
 
     char *unescapedText = cJSON_PrintUnescape(tree);
     require(unescapedText != nullptr, "unescaped print failed");

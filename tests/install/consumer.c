@@ -15,6 +15,13 @@ int main(void) {
     uListClearWithNodeNoNeedFree(list);
     ok = ok && uListUninit(list) == 0;
     ok = ok && sysClkRateGet() == 100;
+    /* cJSON itself comes with the package: its parser and our additions over its tree. */
+    cJSON *tree = cJSON_Parse("{\"n\":5,\"s\":\"x\"}");
+    char *line = cJSON_Print_Oneline(tree);
+    ok = ok && cJSON_GetInt(tree, "n", 0) == 5 && line != NULL &&
+         strcmp(line, "{ \"n\":\t5, \"s\":\t\"x\" }") == 0;
+    uFree(line);
+    cJSON_Delete(tree);
     printf("consumer: %s\n", ok ? "ok" : "FAILED");
     return ok ? 0 : 1;
 }

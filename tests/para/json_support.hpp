@@ -1,5 +1,5 @@
-// Helpers shared by the JSON tests: owned cJSON trees and texts, and cJSON_Print reshaped to one
-// line the way cJSON_Print_Oneline lays it out.
+// Helpers shared by the JSON tests and fuzz targets: owned cJSON trees and texts, and cJSON_Print
+// reshaped to one line the way cJSON_Print_Oneline lays it out.
 #pragma once
 
 #include <platform_utils.h>
@@ -28,10 +28,9 @@ inline std::string take(char *text, bool *wasNull = nullptr) {
     return out;
 }
 
-// cJSON_Print with every line break (and the indentation after it) turned into one space. cJSON
-// escapes line breaks and tabs inside strings, so every raw one is layout.
-inline std::string printedOnOneLine(const cJSON *item) {
-    const std::string formatted = take(cJSON_Print(item));
+// A formatted cJSON text with every line break (and the indentation after it) turned into one
+// space. cJSON escapes line breaks and tabs inside strings, so every raw one is layout.
+inline std::string oneLineLayout(const std::string &formatted) {
     std::string out;
     for (std::size_t i = 0; i < formatted.size(); ++i) {
         if (formatted[i] != '\n') {
@@ -44,6 +43,11 @@ inline std::string printedOnOneLine(const cJSON *item) {
         }
     }
     return out;
+}
+
+// cJSON_Print of item laid out as cJSON_Print_Oneline must print it.
+inline std::string printedOnOneLine(const cJSON *item) {
+    return oneLineLayout(take(cJSON_Print(item)));
 }
 
 } // namespace pu::test
