@@ -80,8 +80,14 @@ int32_t uParaAddString(cJSON **obj, const char *key, const char *value) {
         return -1;
     }
     if (cJSON *member = cJSON_GetObjectItem(object, key); member != nullptr) {
-        // A reference does not own its string; cJSON_Delete frees an owned one with cJSON's hook.
-        if ((member->type & cJSON_IsReference) == 0) {
+        if ((member->type & cJSON_IsReference) != 0) {
+            // A referenced container would never free a string put into it; leave it alone.
+            if (member->child != nullptr) {
+                return 0;
+            }
+            // A referenced string is not ours to free; the member owns the copy from now on.
+            member->type &= ~cJSON_IsReference;
+        } else {
             cJSON_free(member->valuestring);
         }
         // An empty value leaves a null string (uStrGetCopy treats "" as absent): intended.

@@ -136,6 +136,7 @@ TEST(JsonAdd, StringsReplaceTheirTextAndEmptyLeavesNull) {
     cJSON_AddItemToObject(obj, "ref", cJSON_CreateStringReference(kShared));
     ASSERT_EQ(uParaAddString(&obj, "ref", "mine"), 0);
     EXPECT_STREQ(kShared, "shared");
+    EXPECT_STREQ(cJSON_GetString(obj, "ref", nullptr), "mine"); // owned now, freed with obj
     uParaFree(obj);
 }
 
