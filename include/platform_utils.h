@@ -8,5 +8,6 @@
 #include "uqueue.h"
 #include "ufsm.h"
 #include "umap.h"
+#include "usocket.h"
 
 #endif /* PLATFORM_UTILS_H */
