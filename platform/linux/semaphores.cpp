@@ -60,66 +60,61 @@ SEM_ID createSemaphore(SemKind kind, bool full) {
     return reservation.handle;
 }
 
-int takeSemaphore(SEM_ID id, int timeout) {
+// Runs action(slot, semaphore, lock) with the semaphore's guard held; -1 when id is not a live
+// semaphore (0, never created, or deleted).
+template <typename Action> int withLiveSemaphore(SEM_ID id, Action action) {
     SemTable::Slot *slot = semaphores().find(id);
     if (slot == nullptr) {
         return -1;
     }
-    Semaphore &sem = slot->object;
-    std::unique_lock lock(sem.guard);
+    std::unique_lock lock(slot->object.guard);
     if (isDeleted(*slot, id)) {
         return -1;
     }
-    if (sem.kind == SemKind::mutex && sem.depth > 0 && sem.owner == std::this_thread::get_id()) {
-        ++sem.depth;
+    return action(*slot, slot->object, lock);
+}
+
+int takeSemaphore(SEM_ID id, int timeout) {
+    return withLiveSemaphore(id, [&](SemTable::Slot &slot, Semaphore &sem, auto &lock) {
+        if (sem.kind == SemKind::mutex && sem.depth > 0 &&
+            sem.owner == std::this_thread::get_id()) {
+            ++sem.depth;
+            return 0;
+        }
+        waitTicks(sem.changed, lock, timeout,
+                  [&] { return isDeleted(slot, id) || isAvailable(sem); });
+        if (isDeleted(slot, id) || !isAvailable(sem)) {
+            return -1;
+        }
+        claim(sem);
         return 0;
-    }
-    waitTicks(sem.changed, lock, timeout, [&] { return isDeleted(*slot, id) || isAvailable(sem); });
-    if (isDeleted(*slot, id) || !isAvailable(sem)) {
-        return -1;
-    }
-    claim(sem);
-    return 0;
+    });
 }
 
 int giveSemaphore(SEM_ID id) {
-    SemTable::Slot *slot = semaphores().find(id);
-    if (slot == nullptr) {
-        return -1;
-    }
-    Semaphore &sem = slot->object;
-    std::lock_guard lock(sem.guard);
-    if (isDeleted(*slot, id)) {
-        return -1;
-    }
-    if (sem.kind == SemKind::binary) {
-        sem.full = true;
-        sem.changed.notify_one();
+    return withLiveSemaphore(id, [](SemTable::Slot &, Semaphore &sem, auto &) {
+        if (sem.kind == SemKind::binary) {
+            sem.full = true;
+            sem.changed.notify_one();
+            return 0;
+        }
+        if (sem.depth == 0 || sem.owner != std::this_thread::get_id()) {
+            return -1; // not held by the caller: harmless by design
+        }
+        if (--sem.depth == 0) {
+            sem.owner = std::thread::id{};
+            sem.changed.notify_one();
+        }
         return 0;
-    }
-    if (sem.depth == 0 || sem.owner != std::this_thread::get_id()) {
-        return -1; // not held by the caller: harmless by design
-    }
-    if (--sem.depth == 0) {
-        sem.owner = std::thread::id{};
-        sem.changed.notify_one();
-    }
-    return 0;
+    });
 }
 
 int deleteSemaphore(SEM_ID id) {
-    SemTable::Slot *slot = semaphores().find(id);
-    if (slot == nullptr) {
-        return -1;
-    }
-    Semaphore &sem = slot->object;
-    std::lock_guard lock(sem.guard);
-    if (isDeleted(*slot, id)) {
-        return -1;
-    }
-    semaphores().release(slot);
-    sem.changed.notify_all(); // waiters see the handle gone and return -1
-    return 0;
+    return withLiveSemaphore(id, [](SemTable::Slot &slot, Semaphore &sem, auto &) {
+        semaphores().release(&slot);
+        sem.changed.notify_all(); // waiters see the handle gone and return -1
+        return 0;
+    });
 }
 
 } // namespace
