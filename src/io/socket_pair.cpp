@@ -3,6 +3,7 @@
 #include <usocket.h>
 
 #include "core/log_modules.hpp"
+#include "io/owned_fd.hpp"
 #include "io/socket_wait.hpp"
 
 #include <algorithm>
@@ -15,9 +16,10 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
+
+using pu::io::OwnedFd;
 
 constexpr const char *kPeerName = "uSocketPeer";
 constexpr const char *kUdpPeerName = "uSocketUdpPeer";
@@ -42,29 +44,6 @@ template <typename... Args> void logDebug(const char *format, Args... args) {
 template <typename... Args> void logError(const char *format, Args... args) {
     basaltPrintLog(pu::log::kError, pu::log::kSocket, format, args...);
 }
-
-// Closes the descriptor it holds unless release() hands it on.
-class OwnedFd {
-  public:
-    explicit OwnedFd(int fd = -1) : fd_(fd) {}
-    ~OwnedFd() { reset(); }
-    OwnedFd(const OwnedFd &) = delete;
-    OwnedFd &operator=(const OwnedFd &) = delete;
-    OwnedFd(OwnedFd &&other) noexcept : fd_(other.release()) {}
-    OwnedFd &operator=(OwnedFd &&) = delete;
-
-    int get() const { return fd_; }
-    int release() { return std::exchange(fd_, -1); }
-    void reset(int fd = -1) {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-        fd_ = fd;
-    }
-
-  private:
-    int fd_;
-};
 
 sockaddr_in loopbackAddress() {
     sockaddr_in address{};

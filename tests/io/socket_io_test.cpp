@@ -16,7 +16,6 @@ using pu::test::connectLoopback;
 using pu::test::Fd;
 using pu::test::pattern;
 using pu::test::sendAll;
-using pu::test::sendAndFinish;
 
 TEST(SocketReadWithTimeout, ShortCountsForQuietPeersClosedPeersAndZeroLength) {
     Connection c = connectLoopback();

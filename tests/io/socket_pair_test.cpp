@@ -231,24 +231,21 @@ void expectBindFailure(int32_t (*makePair)(uSocketPair *), const std::string &na
     EXPECT_EQ(log.count(0, kModule, name + " failed !"), 1);
 }
 
+// With every port taken the first bind fails; handed its first draw, the first socket binds
+// and the second finds every port taken.
+void expectBindFailures(int type, int32_t (*makePair)(uSocketPair *), const std::string &name,
+                        int firstNumber, int secondNumber) {
+    PortHog hog(type);
+    expectBindFailure(makePair, name, firstNumber);
+    const unsigned seed = seedOfHeldPort(hog);
+    hog.release(drawnPorts(seed, 1)[0]);
+    srand(seed);
+    expectBindFailure(makePair, name, secondNumber);
+}
+
 TEST(SocketPeer, BindFailuresReleaseEverythingAndKeepTheirNumbers) {
-    {
-        PortHog hog(SOCK_STREAM);
-        expectBindFailure(uSocketPeer, "uSocketPeer", 421);
-        // Hand the server its first draw; the client then finds every port taken.
-        const unsigned seed = seedOfHeldPort(hog);
-        hog.release(drawnPorts(seed, 1)[0]);
-        srand(seed);
-        expectBindFailure(uSocketPeer, "uSocketPeer", 449);
-    }
-    {
-        PortHog hog(SOCK_DGRAM);
-        expectBindFailure(uSocketUdpPeer, "uSocketUdpPeer", 559);
-        const unsigned seed = seedOfHeldPort(hog);
-        hog.release(drawnPorts(seed, 1)[0]);
-        srand(seed);
-        expectBindFailure(uSocketUdpPeer, "uSocketUdpPeer", 581);
-    }
+    expectBindFailures(SOCK_STREAM, uSocketPeer, "uSocketPeer", 421, 449);
+    expectBindFailures(SOCK_DGRAM, uSocketUdpPeer, "uSocketUdpPeer", 559, 581);
 }
 
 TEST(SocketPeer, RefusesDescriptorsSelectCannotWatch) {

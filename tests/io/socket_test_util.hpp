@@ -13,31 +13,14 @@
 #include <unistd.h>
 #include <utility>
 
+#include "io/owned_fd.hpp"
+
 #include <gtest/gtest.h>
 
 namespace pu::test {
 
 // A descriptor closed on scope exit.
-class Fd {
-  public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    ~Fd() { reset(); }
-    Fd(Fd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Fd &operator=(Fd &&other) noexcept {
-        reset(std::exchange(other.fd_, -1));
-        return *this;
-    }
-    int get() const { return fd_; }
-    void reset(int fd = -1) {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-        fd_ = fd;
-    }
-
-  private:
-    int fd_;
-};
+using Fd = pu::io::OwnedFd;
 
 inline sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};
@@ -47,22 +30,20 @@ inline sockaddr_in loopback(std::uint16_t port) {
     return address;
 }
 
-inline int localPort(int fd) {
+// The port of fd's own address (getsockname) or of its peer's (getpeername), or -1.
+inline int portOf(int fd, int (*query)(int, sockaddr *, socklen_t *)) {
     sockaddr_in address{};
     socklen_t length = sizeof address;
-    if (getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-        return -1;
-    }
-    return ntohs(address.sin_port);
+    return query(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0 ? ntohs(address.sin_port)
+                                                                           : -1;
+}
+
+inline int localPort(int fd) {
+    return portOf(fd, getsockname);
 }
 
 inline int peerPort(int fd) {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    if (getpeername(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-        return -1;
-    }
-    return ntohs(address.sin_port);
+    return portOf(fd, getpeername);
 }
 
 // A TCP listener on 127.0.0.1 at a port the kernel picks.
