@@ -21,12 +21,14 @@ TEST(SocketReadWithTimeout, ShortCountsForQuietPeersClosedPeersAndZeroLength) {
     Connection c = connectLoopback();
     char buffer[100] = {};
 
-    // Nothing pending and no waiting: returns at once.
+    // Nothing pending and no waiting: returns at once. Length 0 returns before any wait, even
+    // with a long time-out. (The bound is loose: a wait would take whole seconds.)
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(uSocketReadWithTimeout(c.near.get(), buffer, 100, 0), 0);
     EXPECT_EQ(uSocketReadWithTimeout(c.near.get(), buffer, 100, -5), 0);
-    // Length 0 returns before any wait, even with a long time-out.
     EXPECT_EQ(uSocketReadWithTimeout(c.near.get(), buffer, 0, 60), 0);
     EXPECT_EQ(uSocketReadWithTimeout(c.near.get(), buffer, -1, 60), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
 
     // Pending data is taken even by a non-blocking poll, and only what was asked for.
     sendAll(c.far.get(), "0123456789abc");
@@ -50,24 +52,6 @@ TEST(SocketReadWithTimeout, OneSecondTimeOutEndsAPartialRead) {
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(990));
     EXPECT_LT(waited, std::chrono::seconds(10));
-}
-
-TEST(SocketReadWithTimeout, GathersPiecesOfAnUnevenSender) {
-    Connection c = connectLoopback();
-    const std::string data = pattern(70001);
-    std::thread peer([&] {
-        std::size_t done = 0;
-        for (std::size_t piece = 1; done < data.size(); piece = piece * 3 + 1) {
-            const std::size_t n = std::min(piece % 4099 + 1, data.size() - done);
-            sendAll(c.far.get(), data.substr(done, n));
-            done += n;
-        }
-    });
-    std::string got(data.size(), '\0');
-    EXPECT_EQ(uSocketReadNormalData(c.near.get(), got.data(), static_cast<int32_t>(got.size())),
-              static_cast<int32_t>(data.size()));
-    peer.join();
-    EXPECT_EQ(got, data);
 }
 
 TEST(SocketWriteWithTimeout, ContinuesPartialWritesToASlowReader) {

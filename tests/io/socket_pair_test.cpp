@@ -118,28 +118,6 @@ TEST(SocketPeer, UdpPairCarriesDatagramsBothWays) {
     EXPECT_EQ(log.countContaining(kModule, "uSocketUdpPeer success clientSock="), 1);
 }
 
-TEST(SocketPeer, ManyPairsAtOnce) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int round = 0; round < 5; ++round) {
-                uSocketPair pair{-1, -1};
-                ASSERT_EQ((t % 2 ? uSocketUdpPeer : uSocketPeer)(&pair), 0);
-                OwnedPair owned(pair);
-                const std::string text = "pair " + std::to_string(t * 100 + round);
-                const auto n = static_cast<int32_t>(text.size());
-                char got[32] = {};
-                EXPECT_EQ(uSocketSafeWriteData(pair.clientSock, text.data(), n), n);
-                EXPECT_EQ(uSocketReadWithTimeout(pair.acceptSock, got, n, 5), n);
-                EXPECT_EQ(std::string(got), text);
-            }
-        });
-    }
-    for (auto &thread : threads) {
-        thread.join();
-    }
-}
-
 bool canBind(int type, int port) {
     Fd probe(socket(AF_INET, type, 0));
     sockaddr_in address = pu::test::loopback(static_cast<uint16_t>(port));
@@ -290,9 +268,18 @@ TEST(SocketPortIsUsable, OnlyAFreeUdpPortCounts) {
     EXPECT_EQ(uSocketPortIsUsable(localPort(listener.get())), 1);
 }
 
-TEST(SocketWaitSendDataConfirmed, DrainedQueueReturnsZero) {
+// Fills fd (made non-blocking) until the kernel takes no more.
+void fillUntilFull(int fd) {
+    fcntl(fd, F_SETFL, O_NONBLOCK);
+    const std::string chunk = pattern(4096);
+    while (send(fd, chunk.data(), chunk.size(), MSG_NOSIGNAL) > 0) {
+    }
+    ASSERT_EQ(errno, EAGAIN);
+}
+
+TEST(SocketWaitSendDataConfirmed, DrainedByAReaderOrStalledByAPeerThatDoesNotRead) {
     pu::test::TaskDelayRecorder delays;
-    pu::test::Connection c = connectLoopback();
+    pu::test::Connection c = connectLoopback(4096);
     EXPECT_EQ(uSocketWaitSendDataConfirmed(c.near.get(), 0), 0);
     EXPECT_TRUE(delays.calls().empty()) << "an empty queue needs no poll";
 
@@ -304,30 +291,15 @@ TEST(SocketWaitSendDataConfirmed, DrainedQueueReturnsZero) {
             static_cast<int32_t>(sink.size()));
     });
     pu::test::sendAll(c.near.get(), data);
-    // The reader drains it; a generous tolerance keeps a slow reader from looking stalled.
+    // A generous tolerance keeps a slow reader from looking stalled.
     EXPECT_EQ(uSocketWaitSendDataConfirmed(c.near.get(), 1000), 0);
     reader.join();
     for (int ticks : delays.calls()) {
         EXPECT_EQ(ticks, sysClkRateGet()) << "polls are a second apart";
     }
-}
 
-// Fills fd (made non-blocking) until the kernel takes no more.
-void fillUntilFull(int fd) {
-    fcntl(fd, F_SETFL, O_NONBLOCK);
-    const std::string chunk = pattern(4096);
-    while (send(fd, chunk.data(), chunk.size(), MSG_NOSIGNAL) > 0) {
-    }
-    ASSERT_EQ(errno, EAGAIN);
-}
-
-TEST(SocketWaitSendDataConfirmed, PeerThatDoesNotReadIsAStall) {
-    pu::test::TaskDelayRecorder delays;
-    pu::test::Connection c = connectLoopback(4096);
     fillUntilFull(c.near.get());
-    // Acknowledgements may still move the amount at first, so only a lower bound holds here.
     EXPECT_EQ(uSocketWaitSendDataConfirmed(c.near.get(), 0), -1);
-    EXPECT_GE(delays.calls().size(), 1u);
 
     pu::test::LogCapture log;
     EXPECT_EQ(uSocketWaitSendDataConfirmed(-1, 5), -1);
@@ -383,40 +355,19 @@ TEST(SocketWaitSendDataConfirmed, ToleranceCountsUnchangedPollsInARow) {
     EXPECT_EQ(delays.calls().size(), 3u);
 }
 
-TEST(SocketOptions, SettersReachTheSocketAndRejectNegatives) {
+TEST(SocketOptions, NegativeValuesAndNonSocketsAreRefused) {
     Fd s(socket(AF_INET, SOCK_STREAM, 0));
-    int value = 0;
-    socklen_t length = sizeof value;
-    EXPECT_EQ(uSocketSetSendBufferSize(s.get(), 8192), 0);
-    getsockopt(s.get(), SOL_SOCKET, SO_SNDBUF, &value, &length);
-    EXPECT_GE(value, 8192);
-    EXPECT_EQ(uSocketSetRecvBufferSize(s.get(), 9000), 0);
-    getsockopt(s.get(), SOL_SOCKET, SO_RCVBUF, &value, &length);
-    EXPECT_GE(value, 9000);
-
     EXPECT_EQ(uSocketSetRecvTimeout(s.get(), 3), 0);
     EXPECT_EQ(recvTimeoutSec(s.get()), 3);
-    EXPECT_EQ(uSocketSetSendTimeout(s.get(), 4), 0);
-    timeval limit{};
-    socklen_t limitLength = sizeof limit;
-    getsockopt(s.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, &limitLength);
-    EXPECT_EQ(limit.tv_sec, 4);
-    EXPECT_EQ(limit.tv_usec, 0);
-    EXPECT_EQ(uSocketSetRecvTimeout(s.get(), 0), 0);
+    EXPECT_EQ(uSocketSetRecvTimeout(s.get(), 0), 0); // 0 clears it
     EXPECT_EQ(recvTimeoutSec(s.get()), 0);
-
-    EXPECT_EQ(uSocketSetSendBufferSize(s.get(), -1), -1);
-    EXPECT_EQ(uSocketSetRecvBufferSize(s.get(), -1), -1);
-    EXPECT_EQ(uSocketSetSendTimeout(s.get(), -1), -1);
-    EXPECT_EQ(uSocketSetRecvTimeout(s.get(), -1), -1);
-    int pipeFds[2];
-    ASSERT_EQ(pipe(pipeFds), 0);
-    Fd readEnd(pipeFds[0]), writeEnd(pipeFds[1]);
-    for (int fd : {-1, pipeFds[0]}) { // not a socket: setsockopt fails
-        EXPECT_EQ(uSocketSetSendBufferSize(fd, 1024), -1);
-        EXPECT_EQ(uSocketSetRecvBufferSize(fd, 1024), -1);
-        EXPECT_EQ(uSocketSetSendTimeout(fd, 1), -1);
-        EXPECT_EQ(uSocketSetRecvTimeout(fd, 1), -1);
+    EXPECT_EQ(uSocketSetSendBufferSize(s.get(), 0), 0);
+    Fd notSocket(open("/dev/null", O_RDONLY));
+    for (auto set : {uSocketSetSendBufferSize, uSocketSetRecvBufferSize, uSocketSetSendTimeout,
+                     uSocketSetRecvTimeout}) {
+        EXPECT_EQ(set(s.get(), -1), -1);
+        EXPECT_EQ(set(-1, 1), -1);
+        EXPECT_EQ(set(notSocket.get(), 1), -1);
     }
 }
 

@@ -84,12 +84,7 @@ TEST(SocketReadWithoutSize, CollectsAnUnevenSenderUntilItCloses) {
     Connection c = connectLoopback();
     const std::string data = pattern(50003, 11);
     std::thread peer([&] {
-        std::size_t done = 0;
-        for (std::size_t piece = 5; done < data.size(); piece = (piece * 7) % 3001 + 1) {
-            const std::size_t n = std::min(piece, data.size() - done);
-            pu::test::sendAll(c.far.get(), data.substr(done, n));
-            done += n;
-        }
+        pu::test::sendUnevenly(c.far.get(), data);
         c.far.reset();
     });
     char *out = nullptr;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <algorithm>
 #include <cstdint>
 #include <dirent.h>
 #include <netinet/in.h>
@@ -85,6 +86,16 @@ inline void sendAll(int fd, const std::string &data) {
         const ssize_t sent = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
         ASSERT_GT(sent, 0);
         done += static_cast<std::size_t>(sent);
+    }
+}
+
+// Writes data on fd in pieces of uneven sizes, 1 to 1500 bytes, so readers meet partial data.
+inline void sendUnevenly(int fd, const std::string &data) {
+    std::size_t done = 0;
+    for (std::size_t piece = 3; done < data.size(); piece = (piece * 5) % 1500 + 1) {
+        const std::size_t n = std::min(piece, data.size() - done);
+        sendAll(fd, data.substr(done, n));
+        done += n;
     }
 }
 
