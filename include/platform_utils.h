@@ -8,6 +8,16 @@
 #include "uqueue.h"
 #include "ufsm.h"
 #include "umap.h"
+#include "uuniqueid.h"
+#include "uhash.h"
+#include "ustatus.h"
+#include "ustr.h"
+#include "ustrconv.h"
+#include "ucsv.h"
+#include "uevent.h"
+#include "uasync.h"
+#include "utimer.h"
+#include "utimeplan.h"
 #include "usocket.h"
 
 #endif /* PLATFORM_UTILS_H */

@@ -142,6 +142,151 @@ static void tourStateMachine(void) {
     uFsmDestroy(fsm);
 }
 
+/* ---- Strings and CSV ------------------------------------------------------------------- */
+
+static void printCsvRow(void *userArg, uList *fields) {
+    int *rowNumber = (int *)userArg;
+    printf("row %d:", ++*rowNumber);
+    for (uListNode *node = fields->head; node != NULL; node = node->next) {
+        printf(" [%s]", (const char *)node->data);
+        uFree(node->data); /* the fields belong to the callback */
+    }
+    printf("\n");
+}
+
+static void tourStrings(void) {
+    section("strings and CSV");
+    char name[8];
+    int32_t stored = uStrSafeCopy(name, sizeof name, "platform_utils");
+    printf("a bounded copy into 8 bytes keeps %d characters: \"%s\"\n", stored, name);
+
+    char line[] = "  timeout = 30 \r\n";
+    UStrKeyValue *kv = uStrKeyValueParse(line, "=");
+    long seconds = 0;
+    if (kv != NULL && uStrTol(kv->value, &seconds, 10) == 0) {
+        printf("key \"%s\" has the number %ld\n", kv->key, seconds);
+    }
+    uStrKeyValueFree(kv);
+    printf("\"30s\" as a number: %s\n", uStrTol("30s", &seconds, 10) == 0 ? "yes" : "no (strict)");
+
+    char mac[18];
+    if (uStrFormatMacWithColon("001A2B3C4D5E", mac, sizeof mac) == 0) {
+        printf("MAC 001A2B3C4D5E is %s\n", mac);
+    }
+
+    /* CSV arrives in chunks; the unconsumed rest of one chunk goes in front of the next. */
+    const char *chunks[] = {"id,note\r\n1,\"a, b\"\r\n2,\"two\nli",
+                            "nes\"\r\n3,\"say \"\"hi\"\"\"\r\n"};
+    char buffer[128] = "";
+    int rowNumber = 0;
+    for (int i = 0; i < 2; i++) {
+        uStrSafeCat(buffer, sizeof buffer, chunks[i]);
+        int32_t consumed = uStrParseCsvData(buffer, 1, &rowNumber, printCsvRow);
+        memmove(buffer, buffer + consumed, strlen(buffer + consumed) + 1);
+    }
+    uStrParseCsvData(buffer, 0, &rowNumber, printCsvRow); /* whatever is left is the last row */
+
+    char field[32];
+    int32_t needQuotes = 0;
+    uStrEncodeCsv("say \"hi\", then go", field, sizeof field, &needQuotes);
+    printf("encoded for writing: %s%s%s\n", needQuotes ? "\"" : "", field, needQuotes ? "\"" : "");
+}
+
+/* ---- Status store, hash map and unique ids --------------------------------------------- */
+
+typedef struct Device {
+    const char *model;
+    int port;
+} Device;
+
+static void tourStatusMapIds(void) {
+    section("status store, hash map and unique ids");
+    /* Any module of the process can publish a named value; readers take no lock. */
+    setSystemStatus("network.link", 1);
+    setSystemStatus("network.link", 0); /* updated in place */
+    uint32_t link = 99;
+    if (getSystemStatus("network.link", &link) == 0) {
+        printf("status network.link = %u\n", (unsigned)link);
+    }
+    printf("an unknown status gives %d\n", getSystemStatus("never.set", &link));
+
+    /* A case-insensitive map folds its keys; values are the caller's own pointers. */
+    static Device camera = {"cam-200", 554}, speaker = {"spk-10", 8080};
+    uHash *devices = uHashCreateMap(1);
+    uHashInsert(devices, "Front-Door", &camera);
+    uHashInsert(devices, "kitchen", &speaker);
+    printf("insert of an existing key returns %d (no update)\n",
+           uHashInsert(devices, "FRONT-DOOR", &speaker));
+    const Device *found = (const Device *)uHashGetValue(devices, "front-door");
+    printf("\"front-door\" is %s on port %d\n", found->model, found->port);
+    uHashDestroyMap(devices, NULL); /* the devices are static: nothing to release */
+
+    /* Ids unique within a module, handed out in rising order and wrapping. */
+    uIdRegisterUniqueIdModule("tour.plans", 1, 3);
+    int32_t a = uIdGetModuleAvailableUniqueId("tour.plans");
+    int32_t b = uIdGetModuleAvailableUniqueId("tour.plans");
+    uIdReleaseModuleUniqueId("tour.plans", a);
+    int32_t c = uIdGetModuleAvailableUniqueId("tour.plans");
+    int32_t d = uIdGetModuleAvailableUniqueId("tour.plans");
+    printf("drew %d and %d, released %d, then drew %d and %d (next-fit, then wrap)\n", a, b, a, c,
+           d);
+    uIdUnregisterUniqueIdModule("tour.plans");
+}
+
+/* ---- Timers and events ----------------------------------------------------------------- */
+
+static SEM_ID timersDone;
+static atomic_int timersLeft;
+static uint32_t timersStartMs;
+
+/* Timer callbacks run on a worker of the asynchronous call pool, never on the timer task. */
+static void timerFired(void *arg) {
+    printf("timer \"%s\" fired %u ms after the start\n", (const char *)arg,
+           (unsigned)osaLongTimeSpanCompute(timersStartMs, osaGetSysUpMs()));
+    if (atomic_fetch_sub(&timersLeft, 1) == 1) {
+        semGive(timersDone);
+    }
+}
+
+/* Event callbacks run on the task that raises the event: here, the timer's pool worker. */
+static void doorbellRang(const char *name, void *userData, void *data, uint32_t length) {
+    printf("%s heard \"%s\" with %u bytes: %s\n", (const char *)userData, name, (unsigned)length,
+           (const char *)data);
+}
+
+static void ringDoorbell(void *arg) {
+    uEventRaise("tour.doorbell", arg, (uint32_t)strlen((const char *)arg) + 1);
+    timerFired("doorbell");
+}
+
+static void tourTimersAndEvents(void) {
+    section("timers and events");
+    timersDone = semBCreate(0, SEM_EMPTY);
+    uEventCare("tour.doorbell", doorbellRang, "the hall");
+    uEventCare("tour.doorbell", doorbellRang, "the kitchen"); /* one registration per callback */
+    printf("raising an event nobody cares for returns %d\n", uEventRaise("tour.nobody", NULL, 0));
+
+    /* The first add starts the timer service and its "uTimer" task; the power manager's
+     * heartbeat (every 10 ms) drives it. */
+    timersStartMs = osaGetSysUpMs();
+    atomic_store(&timersLeft, 3);
+    uint32_t slow = uTimerAdd(timerFired, "slow", 120);
+    uTimerAdd(timerFired, "quick", 40);
+    uint32_t never = uTimerAdd(timerFired, "never", 60);
+    /* A wake-up timer also keeps the device's wake-up armed, so a sleeping device wakes for it. */
+    uTimerAddWithWakeup(ringDoorbell, "ding dong", 80);
+    uTimerDel(never);
+    uTimerRefresh(slow, 200); /* same id, new delay */
+    printf("\"slow\" refreshed: due in %u ms; \"never\" deleted: %u ms\n",
+           (unsigned)uTimerRemainGet(slow), (unsigned)uTimerRemainGet(never));
+
+    if (semTake(timersDone, 3 * sysClkRateGet()) != 0) {
+        printf("the timers did not all fire in time\n");
+    }
+    uEventClear("tour.doorbell", doorbellRang);
+    semDelete(timersDone);
+}
+
 /* ---- Sockets --------------------------------------------------------------------------- */
 
 static void tourSockets(void) {
@@ -188,6 +333,9 @@ int main(void) {
     tourList();
     tourPool();
     tourStateMachine();
+    tourStrings();
+    tourStatusMapIds();
+    tourTimersAndEvents();
     tourSockets();
     tourLogging();
     printf("\ntour finished\n");

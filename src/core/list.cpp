@@ -3,6 +3,7 @@
 #include <ulist.h>
 #include <umem.h>
 
+#include "core/list_internal.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 
@@ -42,25 +43,43 @@ uListNode *nodeAt(const uList *list, std::int32_t pos) {
     return node;
 }
 
+// Caller holds the lock. Links node after prev, or at the head when prev is null.
+void linkAfter(uList *list, uListNode *prev, uListNode *node) {
+    if (prev == nullptr) {
+        node->next = loadHead(list);
+        storeHead(list, node);
+    } else {
+        node->next = prev->next;
+        prev->next = node;
+    }
+    storeSize(list, loadSize(list) + 1);
+}
+
+// Caller holds the lock and has checked that the node exists. Unlinks the node after prev, or
+// the head when prev is null, frees it and returns its element.
+void *unlinkAfter(uList *list, uListNode *prev) {
+    uListNode *removed = prev == nullptr ? loadHead(list) : prev->next;
+    if (prev == nullptr) {
+        storeHead(list, removed->next);
+    } else {
+        prev->next = removed->next;
+    }
+    void *element = removed->data;
+    uFree(removed);
+    storeSize(list, loadSize(list) - 1);
+    return element;
+}
+
 // Links node into the list so that it lands where uListAdd's position rules put it.
 void linkNode(uList *list, uListNode *node, std::int32_t pos) {
     const std::int32_t size = loadSize(list);
     if (pos == -1 || pos >= size) {
-        if (size == 0) {
-            storeHead(list, node);
-        } else {
-            nodeAt(list, size - 1)->next = node;
-        }
-    } else if (size == 0) {
-        storeHead(list, node);
-    } else if (pos == 0) {
-        node->next = loadHead(list);
-        storeHead(list, node);
+        linkAfter(list, size == 0 ? nullptr : nodeAt(list, size - 1), node);
+    } else if (size == 0 || pos == 0) {
+        linkAfter(list, nullptr, node);
     } else {
         // Positions below -1 walk no link at all and so land behind the head, at position 1.
-        uListNode *before = nodeAt(list, pos > 0 ? pos - 1 : 0);
-        node->next = before->next;
-        before->next = node;
+        linkAfter(list, nodeAt(list, pos > 0 ? pos - 1 : 0), node);
     }
 }
 
@@ -74,6 +93,35 @@ bool stringsEqual(const void *a, const void *b) {
 }
 
 } // namespace
+
+namespace pu::core {
+
+std::int32_t listInsertAfter(uList *list, uListNode *prev, void *element) {
+    if (list == nullptr || element == nullptr) {
+        return -1;
+    }
+    SemGuard guard(list->lock);
+    auto *node = static_cast<uListNode *>(uMalloc(sizeof(uListNode)));
+    if (node == nullptr) {
+        return -1;
+    }
+    node->data = element;
+    linkAfter(list, prev, node);
+    return loadSize(list);
+}
+
+void *listRemoveAfter(uList *list, uListNode *prev) {
+    if (list == nullptr) {
+        return nullptr;
+    }
+    SemGuard guard(list->lock);
+    if ((prev == nullptr ? loadHead(list) : prev->next) == nullptr) {
+        return nullptr;
+    }
+    return unlinkAfter(list, prev);
+}
+
+} // namespace pu::core
 
 extern "C" {
 
@@ -121,7 +169,6 @@ int32_t uListAdd(uList *list, void *element, int32_t pos) {
     }
     node->data = element;
     linkNode(list, node, pos);
-    storeSize(list, loadSize(list) + 1);
     return loadSize(list);
 }
 
@@ -137,19 +184,7 @@ void *uListRemove(uList *list, int32_t pos) {
     if (pos < 0 || pos >= loadSize(list)) {
         return nullptr;
     }
-    uListNode *removed = nullptr;
-    if (pos == 0) {
-        removed = loadHead(list);
-        storeHead(list, removed->next);
-    } else {
-        uListNode *before = nodeAt(list, pos - 1);
-        removed = before->next;
-        before->next = removed->next;
-    }
-    void *element = removed->data;
-    uFree(removed);
-    storeSize(list, loadSize(list) - 1);
-    return element;
+    return unlinkAfter(list, pos == 0 ? nullptr : nodeAt(list, pos - 1));
 }
 
 int32_t uListRemoveAndFree(uList *list, int32_t pos, uListFreeFn freeFn) {

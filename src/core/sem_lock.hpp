@@ -8,13 +8,23 @@
 namespace pu::core {
 
 // BasicLockable view of a platform mutex id; works with std::scoped_lock and std::unique_lock.
-// Taking id 0 fails harmlessly in the platform layer, so a lock-less list or a store that does
-// not exist yet can be "locked" without a test at every call site.
+// Id 0 (a lock-less list, a store whose lock does not exist yet) locks nothing, so callers need
+// no test at every call site.
 class SemMutex {
   public:
     explicit SemMutex(std::uint32_t id) noexcept : id_(id) {}
-    void lock() noexcept { (void)semTake(id_, WAIT_FOREVER); }
-    void unlock() noexcept { (void)semGive(id_); }
+    // Id 0 is skipped here rather than sent to the platform, where it would fail anyway: lists
+    // without a lock are the common case and sit on every hot path.
+    void lock() noexcept {
+        if (id_ != 0) {
+            (void)semTake(id_, WAIT_FOREVER);
+        }
+    }
+    void unlock() noexcept {
+        if (id_ != 0) {
+            (void)semGive(id_);
+        }
+    }
 
   private:
     std::uint32_t id_;

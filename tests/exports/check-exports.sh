@@ -18,7 +18,9 @@ declared() {
 }
 
 defined() {
-    nm -D --defined-only "$1" | awk '$2 ~ /^[TDBRVWiu]$/ {print $3}' | sed 's/@.*//' | sort -u
+    # AddressSanitizer adds an ODR indicator (__odr_asan.NAME) beside every exported variable.
+    nm -D --defined-only "$1" | awk '$2 ~ /^[TDBRVWiu]$/ {print $3}' | sed 's/@.*//' |
+        grep -v '^__odr_asan' | sort -u
 }
 
 status=0

@@ -1,0 +1,360 @@
+// uEvent: the named event bus. 256 slots keyed by two hashes of the event name, each with a chain
+// of carers in registration order; raises call the carers from a snapshot taken under the lock.
+#include <uevent.h>
+
+#include <uhash.h>
+#include <umem.h>
+
+#include "core/log_modules.hpp"
+#include "core/sem_lock.hpp"
+
+#include <atomic>
+#include <cstdlib>
+
+namespace {
+
+using pu::core::SemGuard;
+
+constexpr std::uint32_t kSlotCount = 256;
+constexpr std::int32_t kAbsent = -2;    // the probe met a free slot
+constexpr std::int32_t kTableFull = -1; // the probe went all the way round
+
+struct uEventCarer {
+    uEventCarer *next;
+    void *userData;
+    uEventCallback callback;
+};
+
+struct uEventSlot {
+    std::uint32_t occupied;
+    std::uint64_t key1; // bkdrHash(name)
+    std::uint64_t key2; // rsHash(name, 256), also the slot where the probe starts
+    uEventCarer *carers;
+};
+
+// The whole bus is one malloc'd record published through an atomic pointer, so lazy
+// initialisation needs no lock: of two racing first calls one installs its record and the other
+// discards its own.
+struct Bus {
+    SEM_ID lock;
+    uEventSlot slots[kSlotCount];
+};
+
+std::atomic<Bus *> theBus{nullptr};
+
+struct Keys {
+    std::uint64_t key1;
+    std::uint64_t key2;
+    std::uint32_t start;
+};
+
+Keys keysOf(const char *name) {
+    const std::uint32_t start = rsHash(name, kSlotCount);
+    return {bkdrHash(name), start, start};
+}
+
+Bus *createBus() {
+    auto *bus = static_cast<Bus *>(std::malloc(sizeof(Bus)));
+    if (bus == nullptr) {
+        return nullptr;
+    }
+    bus->lock = semMCreate(0);
+    for (uEventSlot &slot : bus->slots) {
+        slot = uEventSlot{0, 0, 0, nullptr};
+    }
+    return bus;
+}
+
+void freeCarers(uEventCarer *carer) {
+    while (carer != nullptr) {
+        uEventCarer *next = carer->next;
+        uFree(carer);
+        carer = next;
+    }
+}
+
+void destroyBus(Bus *bus) {
+    for (uEventSlot &slot : bus->slots) {
+        freeCarers(slot.carers);
+    }
+    semDelete(bus->lock);
+    uFree(bus);
+}
+
+// Installs a new bus unless another task got there first. Returns the bus in use, or null when
+// memory is short. logIfPresent is for the explicit uEventInit only.
+Bus *initialise(bool logIfPresent) {
+    Bus *current = theBus.load(std::memory_order_acquire);
+    if (current != nullptr) {
+        if (logIfPresent) {
+            basaltPrintLog(pu::log::kInfo, pu::log::kEvent, "Event is alreday init.");
+        }
+        return current;
+    }
+    Bus *fresh = createBus();
+    if (fresh == nullptr) {
+        return nullptr;
+    }
+    if (!theBus.compare_exchange_strong(current, fresh, std::memory_order_acq_rel)) {
+        destroyBus(fresh);
+        return current;
+    }
+    return fresh;
+}
+
+// The bus for a call about name, initialised on demand; null for a null name or when the bus
+// cannot be made.
+Bus *busFor(const char *name) {
+    if (name == nullptr) {
+        return nullptr;
+    }
+    Bus *bus = theBus.load(std::memory_order_acquire);
+    return bus != nullptr ? bus : initialise(false);
+}
+
+// Caller holds the bus lock. The slot index of the event, kAbsent or kTableFull.
+std::int32_t uEventSlotFind(const Bus &bus, const Keys &keys) {
+    std::uint32_t i = keys.start;
+    do {
+        const uEventSlot &slot = bus.slots[i];
+        if (slot.occupied == 0) {
+            return kAbsent;
+        }
+        if (slot.key1 == keys.key1 && slot.key2 == keys.key2) {
+            return static_cast<std::int32_t>(i);
+        }
+        i = (i + 1) % kSlotCount;
+    } while (i != keys.start);
+    return kTableFull;
+}
+
+// Caller holds the bus lock. The first free slot from the probe start, or kTableFull.
+std::int32_t findFreeSlot(const Bus &bus, const Keys &keys) {
+    std::uint32_t i = keys.start;
+    do {
+        if (bus.slots[i].occupied == 0) {
+            return static_cast<std::int32_t>(i);
+        }
+        i = (i + 1) % kSlotCount;
+    } while (i != keys.start);
+    return kTableFull;
+}
+
+uEventCarer *newCarer(uEventCallback callback, void *userData) {
+    auto *carer = static_cast<uEventCarer *>(std::malloc(sizeof(uEventCarer)));
+    if (carer != nullptr) {
+        *carer = uEventCarer{nullptr, userData, callback};
+    }
+    return carer;
+}
+
+enum class CareOutcome { added, duplicate, noFreeSlot, tableFull, noMemory };
+
+// Caller holds the bus lock; the slot holds the event already. A callback is registered once:
+// userData is not compared and a duplicate keeps the first userData.
+CareOutcome addCarer(uEventSlot &slot, uEventCallback callback, void *userData) {
+    uEventCarer **link = &slot.carers;
+    for (; *link != nullptr; link = &(*link)->next) {
+        if ((*link)->callback == callback) {
+            return CareOutcome::duplicate;
+        }
+    }
+    *link = newCarer(callback, userData);
+    return *link != nullptr ? CareOutcome::added : CareOutcome::noMemory;
+}
+
+// Caller holds the bus lock.
+CareOutcome care(Bus &bus, const Keys &keys, uEventCallback callback, void *userData) {
+    std::int32_t index = uEventSlotFind(bus, keys);
+    if (index == kTableFull) {
+        return CareOutcome::tableFull;
+    }
+    if (index >= 0) {
+        return addCarer(bus.slots[index], callback, userData);
+    }
+    index = findFreeSlot(bus, keys);
+    if (index < 0) {
+        return CareOutcome::noFreeSlot;
+    }
+    uEventCarer *carer = newCarer(callback, userData);
+    if (carer == nullptr) {
+        return CareOutcome::noMemory;
+    }
+    bus.slots[index] = uEventSlot{1, keys.key1, keys.key2, carer};
+    return CareOutcome::added;
+}
+
+// What a raise keeps of a carer, so the carer may be cleared while its call is pending.
+struct CarerCopy {
+    void *userData;
+    uEventCallback callback;
+};
+
+// Copies for the common case of a few carers live on the raising task's stack.
+constexpr std::size_t kInlineCopies = 8;
+
+class Snapshot {
+  public:
+    Snapshot() = default;
+    Snapshot(const Snapshot &) = delete;
+    Snapshot &operator=(const Snapshot &) = delete;
+    ~Snapshot() {
+        if (copies_ != inline_) {
+            uFree(copies_);
+        }
+    }
+
+    // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
+    // cannot be had, in which case nothing was copied.
+    bool take(const uEventSlot &slot) {
+        std::size_t needed = 0;
+        for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+            needed += carer->callback != nullptr ? 1 : 0;
+        }
+        if (needed > kInlineCopies) {
+            copies_ = static_cast<CarerCopy *>(
+                uMalloc(static_cast<std::uint32_t>(needed * sizeof(CarerCopy))));
+            if (copies_ == nullptr) {
+                copies_ = inline_;
+                return false;
+            }
+        }
+        for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+            if (carer->callback != nullptr) {
+                copies_[count_++] = CarerCopy{carer->userData, carer->callback};
+            }
+        }
+        return true;
+    }
+
+    void call(const char *name, void *data, std::uint32_t length) const {
+        for (std::size_t i = 0; i < count_; ++i) {
+            copies_[i].callback(name, copies_[i].userData, data, length);
+        }
+    }
+
+  private:
+    CarerCopy inline_[kInlineCopies]{};
+    CarerCopy *copies_ = inline_;
+    std::size_t count_ = 0;
+};
+
+// Caller holds the bus lock; the fallback when no snapshot can be had.
+void callUnderLock(const uEventSlot &slot, const char *name, void *data, std::uint32_t length) {
+    for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+        if (carer->callback != nullptr) {
+            carer->callback(name, carer->userData, data, length);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" {
+
+void uEventInit(void) {
+    (void)initialise(true);
+}
+
+void uEventUninit(void) {
+    Bus *bus = theBus.load(std::memory_order_acquire);
+    if (bus == nullptr) {
+        basaltPrintLog(pu::log::kInfo, pu::log::kEvent, "Event not init.");
+        return;
+    }
+    // Taken and never given back: the lock is deleted with the bus.
+    semTake(bus->lock, WAIT_FOREVER);
+    theBus.store(nullptr, std::memory_order_release);
+    destroyBus(bus);
+}
+
+int32_t uEventCare(const char *name, uEventCallback callback, void *userData) {
+    Bus *bus = busFor(name);
+    if (bus == nullptr) {
+        return 0;
+    }
+    const Keys keys = keysOf(name);
+    CareOutcome outcome = CareOutcome::noMemory;
+    {
+        SemGuard guard(bus->lock);
+        outcome = care(*bus, keys, callback, userData);
+    }
+    switch (outcome) {
+    case CareOutcome::added:
+        return 1;
+    case CareOutcome::duplicate:
+        basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "eventprocess has existed\n");
+        return 1;
+    case CareOutcome::noFreeSlot:
+        basaltPrintLog(pu::log::kError, pu::log::kEvent, "register event %s fail.", name);
+        return 0;
+    case CareOutcome::tableFull:
+        basaltPrintLog(pu::log::kError, pu::log::kEvent, "Event hash buffer full.");
+        return 0;
+    case CareOutcome::noMemory:
+        break;
+    }
+    return 0;
+}
+
+int32_t uEventClear(const char *name, uEventCallback callback) {
+    Bus *bus = busFor(name);
+    if (bus == nullptr) {
+        return 0;
+    }
+    const Keys keys = keysOf(name);
+    SemGuard guard(bus->lock);
+    const std::int32_t index = uEventSlotFind(*bus, keys);
+    if (index < 0) {
+        return 0;
+    }
+    uEventSlot &slot = bus->slots[index];
+    uEventCarer **link = &slot.carers;
+    while (*link != nullptr && (*link)->callback != callback) {
+        link = &(*link)->next;
+    }
+    uEventCarer *removed = *link;
+    if (removed == nullptr) {
+        basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "This eventprocess didn't exist");
+        return 1;
+    }
+    *link = removed->next;
+    // uEventSlot 0 is deliberately never released: it stays occupied with an empty chain. A
+    // released slot leaves no marker, so events probed past it become unreachable; that is intended
+    // too.
+    if (slot.carers == nullptr && index > 0) {
+        slot = uEventSlot{0, 0, 0, nullptr};
+    }
+    uFree(removed);
+    return 1;
+}
+
+int32_t uEventRaise(const char *name, void *data, uint32_t length) {
+    Bus *bus = busFor(name);
+    if (bus == nullptr) {
+        return 0;
+    }
+    const Keys keys = keysOf(name);
+    Snapshot snapshot;
+    bool known = false;
+    {
+        SemGuard guard(bus->lock);
+        const std::int32_t index = uEventSlotFind(*bus, keys);
+        if (index >= 0) {
+            known = true;
+            const uEventSlot &slot = bus->slots[index];
+            if (!snapshot.take(slot)) {
+                callUnderLock(slot, name, data, length);
+            }
+        }
+    }
+    if (!known) {
+        basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "No module care event %s.", name);
+        return 0;
+    }
+    // The lock is given back: callbacks may care, clear or raise.
+    snapshot.call(name, data, length);
+    return 1;
+}
+
+} // extern "C"

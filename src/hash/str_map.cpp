@@ -1,0 +1,158 @@
+// uHash: NUL-terminated string keys to untyped values over a uthash table keyed by the bytes of
+// a private key copy (without its NUL). Case-insensitive maps fold every key to ASCII lower case,
+// both the stored copy and each probe.
+#include <uhash.h>
+#include <umem.h>
+#include <ustr.h>
+
+#include "hash/map_table.hpp"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// The key copy lives in the same block, right behind the item: one allocation per item and the
+// key bytes next to the handle that the bucket walk has just read.
+struct StrItem {
+    char *key; // points just past the item; folded in a case-insensitive map
+    void *value;
+    UT_hash_handle hh;
+};
+
+} // namespace
+
+struct uHash {
+    StrItem *items;                // uthash head, null while the map is empty
+    std::uint32_t caseInsensitive; // 1 folds keys to lower case
+};
+
+namespace {
+
+// A key as the table sees it: its bytes (folded for a case-insensitive map), their length and
+// their hash, computed once per operation. Folded keys that fit the inline buffer stay off the
+// heap; longer ones are folded in a heap copy, the only step that can fail (text() is then null).
+class ProbeKey {
+  public:
+    ProbeKey(const uHash *map, const char *key) : length_(std::strlen(key)) {
+        if (map->caseInsensitive == 0) {
+            text_ = key;
+        } else {
+            char *copy = length_ < sizeof(buffer_) ? buffer_ : (heap_ = strdup(key));
+            if (copy == nullptr) {
+                return;
+            }
+            if (copy == buffer_) {
+                std::memcpy(buffer_, key, length_ + 1);
+            }
+            uStrToLowerCase(copy);
+            text_ = copy;
+        }
+        HASH_VALUE(text_, length_, hash_);
+    }
+    ~ProbeKey() { std::free(heap_); }
+    ProbeKey(const ProbeKey &) = delete;
+    ProbeKey &operator=(const ProbeKey &) = delete;
+
+    const char *text() const { return text_; }
+    std::size_t length() const { return length_; }
+    unsigned hash() const { return hash_; }
+
+    StrItem *find(StrItem *head) const {
+        StrItem *item = nullptr;
+        if (text_ != nullptr) {
+            HASH_FIND_BYHASHVALUE(hh, head, text_, length_, hash_, item);
+        }
+        return item;
+    }
+
+  private:
+    std::size_t length_;
+    const char *text_ = nullptr;
+    char *heap_ = nullptr;
+    unsigned hash_ = 0;
+    char buffer_[64];
+};
+
+StrItem *findItem(const uHash *map, const char *key) {
+    if (map == nullptr || key == nullptr || map->items == nullptr) {
+        return nullptr;
+    }
+    return ProbeKey(map, key).find(map->items);
+}
+
+void *valueOf(const uHash *map, const char *key) {
+    const StrItem *item = findItem(map, key);
+    return item == nullptr ? nullptr : item->value;
+}
+
+// A new item holding a copy of the probe's (already folded) bytes, or null.
+StrItem *newItem(const ProbeKey &probe, void *value) {
+    const std::size_t size = sizeof(StrItem) + probe.length() + 1;
+    if (size > UINT32_MAX) {
+        return nullptr;
+    }
+    auto *item = static_cast<StrItem *>(uMalloc(static_cast<std::uint32_t>(size)));
+    if (item != nullptr) {
+        item->key = reinterpret_cast<char *>(item + 1);
+        std::memcpy(item->key, probe.text(), probe.length() + 1);
+        item->value = value;
+    }
+    return item;
+}
+
+void releaseItem(StrItem *item) {
+    uFree(item);
+}
+
+} // namespace
+
+extern "C" {
+
+uHash *uHashCreateMap(uint32_t caseInsensitive) {
+    auto *map = static_cast<uHash *>(uMalloc(sizeof(uHash)));
+    if (map != nullptr) {
+        map->caseInsensitive = caseInsensitive != 0 ? 1 : 0;
+    }
+    return map;
+}
+
+int32_t uHashInsert(uHash *map, const char *key, void *value) {
+    if (map == nullptr || key == nullptr || key[0] == '\0') {
+        return -1;
+    }
+    const ProbeKey probe(map, key);
+    if (probe.text() == nullptr) {
+        return -1;
+    }
+    // Presence is judged by the value, so a key stored with a null value is added again: intended.
+    const StrItem *present = probe.find(map->items);
+    if (present != nullptr && present->value != nullptr) {
+        return 0;
+    }
+    StrItem *item = newItem(probe, value);
+    if (item == nullptr) {
+        return -1;
+    }
+    HASH_ADD_KEYPTR_BYHASHVALUE(hh, map->items, item->key, probe.length(), probe.hash(), item);
+    return 1;
+}
+
+void *uHashGetValue(uHash *map, const char *key) {
+    return valueOf(map, key);
+}
+
+int32_t uHashKeyExists(uHash *map, const char *key) {
+    return valueOf(map, key) != nullptr ? 1 : 0;
+}
+
+int32_t uHashRemove(uHash *map, const char *key, uHashFreeFn freeValue) {
+    return pu::hash::removeFound(map, findItem(map, key), freeValue, releaseItem);
+}
+
+void uHashDestroyMap(uHash *map, uHashFreeFn freeValue) {
+    pu::hash::destroyMap(map, freeValue, releaseItem);
+}
+
+} // extern "C"

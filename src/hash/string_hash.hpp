@@ -1,0 +1,48 @@
+// The string hashes behind rsHash and bkdrHash, and the two-key identity that the fixed-size
+// name tables (status store, event bus) give a name.
+#pragma once
+
+#include <cstdint>
+
+namespace pu::hash {
+
+// RS hash over the unsigned bytes of str, in wrapping 32-bit arithmetic and without the usual
+// 31-bit mask: the caller's modulus does the reduction. str must not be null.
+constexpr std::uint32_t rsRaw(const char *str) noexcept {
+    std::uint32_t hash = 0;
+    std::uint32_t a = 63689;
+    constexpr std::uint32_t b = 378551;
+    for (; *str != '\0'; ++str) {
+        hash = hash * a + static_cast<unsigned char>(*str);
+        a *= b;
+    }
+    return hash;
+}
+
+// BKDR hash (seed 131) masked to 31 bits. str must not be null.
+constexpr std::uint32_t bkdr31(const char *str) noexcept {
+    std::uint32_t hash = 0;
+    for (; *str != '\0'; ++str) {
+        hash = hash * 131 + static_cast<unsigned char>(*str);
+    }
+    return hash & 0x7FFFFFFFu;
+}
+
+// How a name table knows a name: it starts probing at slot `start` and takes a record as the
+// name's when both keys match. The text itself is never compared.
+struct NameKeys {
+    std::uint32_t start; // rsHash(name, slots)
+    std::uint64_t key1;  // bkdrHash(name)
+    std::uint64_t key2;  // rsHash(name, slots) again, kept and compared like key1
+};
+
+// Keys of name (null allowed: both hashes of null are 0) for a table of `slots` slots.
+constexpr NameKeys nameKeys(const char *name, std::uint32_t slots) noexcept {
+    if (name == nullptr) {
+        return {0, 0, 0};
+    }
+    const std::uint32_t start = rsRaw(name) % slots;
+    return {start, bkdr31(name), start};
+}
+
+} // namespace pu::hash
