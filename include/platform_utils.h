@@ -18,5 +18,6 @@
 #include "uasync.h"
 #include "utimer.h"
 #include "utimeplan.h"
+#include "usocket.h"
 
 #endif /* PLATFORM_UTILS_H */
