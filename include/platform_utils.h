@@ -19,5 +19,6 @@
 #include "utimer.h"
 #include "utimeplan.h"
 #include "upara.h"
+#include "usocket.h"
 
 #endif /* PLATFORM_UTILS_H */

@@ -8,6 +8,7 @@
 #include <stdatomic.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 static void section(const char *title) {
     printf("\n== %s ==\n", title);
@@ -286,6 +287,34 @@ static void tourTimersAndEvents(void) {
     semDelete(timersDone);
 }
 
+/* ---- Sockets --------------------------------------------------------------------------- */
+
+static void tourSockets(void) {
+    section("socket pair");
+    uSocketPair pair;
+    if (uSocketPeer(&pair) != 0) {
+        printf("no loopback pair could be made\n");
+        return;
+    }
+    /* Two connected descriptors in one process: a task can select() on its end. */
+    const char request[] = "GET /status\r\n";
+    uSocketSafeWriteData(pair.clientSock, request, (int32_t)strlen(request));
+    char line[64];
+    int32_t length = uSocketReadLine(pair.acceptSock, line, sizeof line);
+    printf("accepted end read a line of %d bytes: \"%s\" (CR LF dropped)\n", length, line);
+
+    const char reply[] = "200 ok\n";
+    uSocketSafeWriteData(pair.acceptSock, reply, (int32_t)strlen(reply));
+    length = uSocketReadLine(pair.clientSock, line, sizeof line);
+    printf("client end read the reply: \"%s\"\n", line);
+
+    /* Nothing more is coming: a zero time-out polls instead of waiting. */
+    printf("a poll with time-out 0 finds %d more bytes\n",
+           uSocketReadWithTimeout(pair.clientSock, line, sizeof line, 0));
+    close(pair.clientSock);
+    close(pair.acceptSock);
+}
+
 /* ---- Logging --------------------------------------------------------------------------- */
 
 static void tourLogging(void) {
@@ -338,6 +367,7 @@ int main(void) {
     tourStatusMapIds();
     tourTimersAndEvents();
     tourJson();
+    tourSockets();
     tourLogging();
     printf("\ntour finished\n");
     return 0;

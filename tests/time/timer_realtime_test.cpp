@@ -45,6 +45,7 @@ TEST_F(TimerTest, RealHeartbeatFiresEveryTimer) {
     platformSimSetManual(0);
 
     static constexpr std::int64_t kDelays[] = {40, 80, 160};
+    const Clock::time_point added = Clock::now();
     Timers timers;
     for (std::uintptr_t i = 0; i < std::size(kDelays); ++i) {
         timers.keep(uTimerAdd(arrive, tag(i), kDelays[i]));
@@ -61,14 +62,17 @@ TEST_F(TimerTest, RealHeartbeatFiresEveryTimer) {
     platformSimSetManual(1);
     platformSimHeartbeat();
 
-    // Only that every timer fires is asserted: how early or late, and in which order timers
-    // expiring in one pass reach the pool's threads, depend on the machine's load. Lateness is
-    // measured by the timer benchmark instead.
+    // Only that every timer fires, within generous bounds, is asserted: exact lateness and the
+    // order in which timers expiring in one pass reach the pool's threads depend on the
+    // machine's load. Lateness is measured by the timer benchmark instead.
     ASSERT_TRUE(allArrived);
     std::lock_guard lock(arrivals.mutex);
     std::vector<std::uintptr_t> tags;
     for (const auto &arrival : arrivals.seen) {
         tags.push_back(arrival.first);
+        // Generous: a timer may fire up to one heartbeat early (its delay counts from the last
+        // pass) and late by whatever the machine's load adds.
+        EXPECT_LT(arrival.second - added, std::chrono::milliseconds(4000));
     }
     std::sort(tags.begin(), tags.end());
     EXPECT_EQ(tags, (std::vector<std::uintptr_t>{0, 1, 2}));
