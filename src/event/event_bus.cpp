@@ -2,11 +2,11 @@
 // of carers in registration order; raises call the carers from a snapshot taken under the lock.
 #include <uevent.h>
 
-#include <uhash.h>
 #include <umem.h>
 
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
+#include "hash/string_hash.hpp"
 
 #include <atomic>
 #include <cstdlib>
@@ -42,15 +42,10 @@ struct Bus {
 
 std::atomic<Bus *> theBus{nullptr};
 
-struct Keys {
-    std::uint64_t key1;
-    std::uint64_t key2;
-    std::uint32_t start;
-};
+using pu::hash::NameKeys;
 
-Keys keysOf(const char *name) {
-    const std::uint32_t start = rsHash(name, kSlotCount);
-    return {bkdrHash(name), start, start};
+NameKeys keysOf(const char *name) {
+    return pu::hash::nameKeys(name, kSlotCount);
 }
 
 Bus *createBus() {
@@ -113,7 +108,7 @@ Bus *busFor(const char *name) {
 }
 
 // Caller holds the bus lock. The slot index of the event, kAbsent or kTableFull.
-std::int32_t uEventSlotFind(const Bus &bus, const Keys &keys) {
+std::int32_t uEventSlotFind(const Bus &bus, const NameKeys &keys) {
     std::uint32_t i = keys.start;
     do {
         const uEventSlot &slot = bus.slots[i];
@@ -129,7 +124,7 @@ std::int32_t uEventSlotFind(const Bus &bus, const Keys &keys) {
 }
 
 // Caller holds the bus lock. The first free slot from the probe start, or kTableFull.
-std::int32_t findFreeSlot(const Bus &bus, const Keys &keys) {
+std::int32_t findFreeSlot(const Bus &bus, const NameKeys &keys) {
     std::uint32_t i = keys.start;
     do {
         if (bus.slots[i].occupied == 0) {
@@ -164,7 +159,7 @@ CareOutcome addCarer(uEventSlot &slot, uEventCallback callback, void *userData) 
 }
 
 // Caller holds the bus lock.
-CareOutcome care(Bus &bus, const Keys &keys, uEventCallback callback, void *userData) {
+CareOutcome care(Bus &bus, const NameKeys &keys, uEventCallback callback, void *userData) {
     std::int32_t index = uEventSlotFind(bus, keys);
     if (index == kTableFull) {
         return CareOutcome::tableFull;
@@ -273,7 +268,7 @@ int32_t uEventCare(const char *name, uEventCallback callback, void *userData) {
     if (bus == nullptr) {
         return 0;
     }
-    const Keys keys = keysOf(name);
+    const NameKeys keys = keysOf(name);
     CareOutcome outcome = CareOutcome::noMemory;
     {
         SemGuard guard(bus->lock);
@@ -302,7 +297,7 @@ int32_t uEventClear(const char *name, uEventCallback callback) {
     if (bus == nullptr) {
         return 0;
     }
-    const Keys keys = keysOf(name);
+    const NameKeys keys = keysOf(name);
     SemGuard guard(bus->lock);
     const std::int32_t index = uEventSlotFind(*bus, keys);
     if (index < 0) {
@@ -334,7 +329,7 @@ int32_t uEventRaise(const char *name, void *data, uint32_t length) {
     if (bus == nullptr) {
         return 0;
     }
-    const Keys keys = keysOf(name);
+    const NameKeys keys = keysOf(name);
     Snapshot snapshot;
     bool known = false;
     {

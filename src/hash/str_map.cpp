@@ -39,13 +39,13 @@ class ProbeKey {
         if (map->caseInsensitive == 0) {
             text_ = key;
         } else {
-            char *copy = length_ < sizeof(buffer_) ? buffer_ : (heap_ = strdup(key));
+            char *copy = length_ < sizeof(buffer_)
+                             ? buffer_
+                             : (heap_ = static_cast<char *>(std::malloc(length_ + 1)));
             if (copy == nullptr) {
                 return;
             }
-            if (copy == buffer_) {
-                std::memcpy(buffer_, key, length_ + 1);
-            }
+            std::memcpy(copy, key, length_ + 1);
             uStrToLowerCase(copy);
             text_ = copy;
         }
