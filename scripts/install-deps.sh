@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   libssl-dev libexpat1-dev libcjson-dev uthash-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcsv-dev libglib2.0-dev libuv1-dev
+  libcurl4-openssl-dev liburiparser-dev zlib1g-dev
   clang-14 libclang-rt-14-dev clang-format
   valgrind curl openssl python3
 )
