@@ -5,12 +5,14 @@
 #include <platform_os.h>
 #include <platform_utils.h>
 
+#include "tour.h"
+
 #include <stdatomic.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
-static void section(const char *title) {
+void tourSection(const char *title) {
     printf("\n== %s ==\n", title);
 }
 
@@ -23,7 +25,7 @@ static void countHeartbeat(void) {
 }
 
 static void tourPlatform(void) {
-    section("platform heartbeat");
+    tourSection("platform heartbeat");
     uint32_t startMs = osaGetSysUpMs();
     int handle = osaSmRegisterApp("tour", countHeartbeat);
     taskDelay(sysClkRateGet() / 2); /* half a second */
@@ -47,7 +49,7 @@ static void printList(const char *label, uList *list) {
 }
 
 static void tourList(void) {
-    section("list");
+    tourSection("list");
     static char red[] = "red", green[] = "green", blue[] = "blue", amber[] = "amber";
     uList *colours = uListInit(1); /* with its own lock: safe to share between tasks */
     uListAppend(colours, red);
@@ -73,7 +75,7 @@ typedef struct Packet {
 } Packet;
 
 static void tourPool(void) {
-    section("block pool");
+    tourSection("block pool");
     enum { kBlocks = 3 };
     static char memory[U_BM_HEAP_SIZE(kBlocks, sizeof(Packet))];
     uBm pool;
@@ -122,7 +124,7 @@ static const uMapString kDoorEventNames[] = {
     {kPush, "push"}, {kPull, "pull"}, {kTurnKey, "turn key"}, {U_MAP_END_ID, "?"}};
 
 static void tourStateMachine(void) {
-    section("state machine and id maps");
+    tourSection("state machine and id maps");
     uFsm *fsm = uFsmCreate();
     uFsmAdd(fsm, kPush, kClosed, openDoor);
     uFsmAdd(fsm, kPull, kOpen, closeDoor);
@@ -155,7 +157,7 @@ static void printCsvRow(void *userArg, uList *fields) {
 }
 
 static void tourStrings(void) {
-    section("strings and CSV");
+    tourSection("strings and CSV");
     char name[8];
     int32_t stored = uStrSafeCopy(name, sizeof name, "platform_utils");
     printf("a bounded copy into 8 bytes keeps %d characters: \"%s\"\n", stored, name);
@@ -200,7 +202,7 @@ typedef struct Device {
 } Device;
 
 static void tourStatusMapIds(void) {
-    section("status store, hash map and unique ids");
+    tourSection("status store, hash map and unique ids");
     /* Any module of the process can publish a named value; readers take no lock. */
     setSystemStatus("network.link", 1);
     setSystemStatus("network.link", 0); /* updated in place */
@@ -260,7 +262,7 @@ static void ringDoorbell(void *arg) {
 }
 
 static void tourTimersAndEvents(void) {
-    section("timers and events");
+    tourSection("timers and events");
     timersDone = semBCreate(0, SEM_EMPTY);
     uEventCare("tour.doorbell", doorbellRang, "the hall");
     uEventCare("tour.doorbell", doorbellRang, "the kitchen"); /* one registration per callback */
@@ -290,7 +292,7 @@ static void tourTimersAndEvents(void) {
 /* ---- Sockets --------------------------------------------------------------------------- */
 
 static void tourSockets(void) {
-    section("socket pair");
+    tourSection("socket pair");
     uSocketPair pair;
     if (uSocketPeer(&pair) != 0) {
         printf("no loopback pair could be made\n");
@@ -318,7 +320,7 @@ static void tourSockets(void) {
 /* ---- Logging --------------------------------------------------------------------------- */
 
 static void tourLogging(void) {
-    section("logging");
+    tourSection("logging");
     printf("every family logs through basaltPrintLog; lines at level >= PLATFORM_LOG_LEVEL "
            "(default 2) reach stderr:\n");
     fflush(stdout);
@@ -327,7 +329,7 @@ static void tourLogging(void) {
 }
 
 static void tourJson(void) {
-    section("JSON parameters");
+    tourSection("JSON parameters");
     cJSON *settings = NULL;
     cJSON *network = NULL;
     uParaAddString(&settings, "name", "hall \"east\"");
