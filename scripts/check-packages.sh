@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Builds the Debian packages from a build directory, installs them on this machine, builds the
+# install test's C program against the installed files (pkg-config and find_package), runs it,
+# and removes the packages again. Needs root or sudo.
+# Usage: scripts/check-packages.sh [build-dir]   (default: build/default)
+set -euo pipefail
+source_dir=$(cd "$(dirname "$0")/.." && pwd)
+build_dir=$(cd "${1:-$source_dir/build/default}" && pwd)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+sudo=()
+[[ $(id -u) -eq 0 ]] || sudo=(sudo)
+
+(cd "$build_dir" && cpack -G DEB -B "$scratch/debs" >/dev/null)
+runtime=$(ls "$scratch"/debs/libplatform-utils0_*.deb)
+dev=$(ls "$scratch"/debs/libplatform-utils-dev_*.deb)
+for deb in "$runtime" "$dev"; do
+    echo "package: $(basename "$deb")"
+    dpkg-deb -f "$deb" Depends | sed 's/^/  depends: /'
+done
+
+remove_packages() { "${sudo[@]}" dpkg -P libplatform-utils-dev libplatform-utils0 >/dev/null; }
+"${sudo[@]}" dpkg -i "$runtime" "$dev" >/dev/null
+trap 'remove_packages; rm -rf "$scratch"' EXIT
+
+consumer=$source_dir/tests/install
+cc -std=c99 -Wall -Wextra -Werror -o "$scratch/consumer-pc" "$consumer/consumer.c" \
+   $(pkg-config --cflags --libs platform_utils)
+"$scratch/consumer-pc"
+cmake -S "$consumer" -B "$scratch/consumer-cmake" >/dev/null
+cmake --build "$scratch/consumer-cmake" >/dev/null
+"$scratch/consumer-cmake/consumer"
+echo "packages: ok"
