@@ -31,5 +31,7 @@ fi
 
 echo "install-deps: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
-"${sudo[@]}" apt-get update -qq
+# A mirror caught mid-sync can fail one index (say a foreign architecture's) and still serve
+# everything we ask for, so a failed update is only a warning.
+"${sudo[@]}" apt-get update -qq || echo "install-deps: apt-get update reported errors; trying anyway" >&2
 "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -2,8 +2,10 @@
 // member reads and the two display printers measured against cJSON's own.
 #include "json_support.hpp"
 
+#include <climits>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <string>
 #include <thread>
@@ -59,7 +61,9 @@ TEST(JsonPath, ConvertsThePrintedItem) {
     EXPECT_EQ(uParaGetInt(R"({"s":"42"})", -1, 1, "s"), 0);
     EXPECT_EQ(uParaGetInt(R"({"f":-3.9})", -1, 1, "f"), -3);
     EXPECT_EQ(uParaGetInt(R"({"t":true})", -1, 1, "t"), 0);
-    EXPECT_EQ(uParaGetLong(R"({"big":5000000000})", -1, 1, "big"), 5000000000LL);
+    // The long read goes through the host's long, which saturates on a 32-bit build.
+    EXPECT_EQ(uParaGetLong(R"({"big":5000000000})", -1, 1, "big"),
+              sizeof(long) == 8 ? 5000000000LL : int64_t{LONG_MAX});
     EXPECT_EQ(uParaGetLong(R"({"neg":-42})", -1, 1, "neg"), -42);
 
     EXPECT_EQ(take(uParaGetString(R"({"s":"hi"})", nullptr, 1, "s")), "hi");
@@ -109,7 +113,7 @@ TEST(JsonAdd, NumbersUpdateInPlaceIgnoringCaseAndKeepTheOldInteger) {
     ASSERT_EQ(uParaAddLong(&obj, "BIG", -(1LL << 41)), 0);
     EXPECT_EQ(cJSON_GetDouble(obj, "big", 0), -2199023255552.0);
     EXPECT_EQ(uParaGetLong(take(cJSON_PrintUnformatted(obj)).c_str(), 0, 1, "big"),
-              -2199023255552LL);
+              sizeof(long) == 8 ? -2199023255552LL : int64_t{LONG_MIN});
     uParaFree(obj);
 }
 

@@ -337,7 +337,7 @@ std::vector<Rows> readWithPython(const std::vector<std::filesystem::path> &files
 }
 
 TEST(CsvData, SampleFilesMatchPythonsCsvModule) {
-    const std::filesystem::path dir = std::filesystem::path(__FILE__).parent_path() / "../data/csv";
+    const std::filesystem::path dir = std::filesystem::path(PU_TEST_DATA_DIR) / "csv";
     std::vector<std::filesystem::path> files;
     for (const auto &entry : std::filesystem::directory_iterator(dir)) {
         files.push_back(entry.path());
