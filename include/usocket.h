@@ -83,13 +83,15 @@ PU_API int32_t uSocketReadHttpDataWithSize(int32_t fd, const char *boundary, int
 
 /* ---- Socket options --------------------------------------------------------------------- */
 
-/* Sets SO_SNDBUF / SO_RCVBUF. Returns 0, or -1 for a negative size or when setsockopt fails. */
+/* Sets SO_SNDBUF to size bytes. Returns 0, or -1 for a negative size or when setsockopt fails. */
 PU_API int32_t uSocketSetSendBufferSize(int32_t fd, int32_t size);
+/* Sets SO_RCVBUF to size bytes; results as uSocketSetSendBufferSize. */
 PU_API int32_t uSocketSetRecvBufferSize(int32_t fd, int32_t size);
 
-/* Sets SO_SNDTIMEO / SO_RCVTIMEO to whole seconds (0 means none). Returns 0, or -1 for a negative
- * descriptor or seconds, or when setsockopt fails. */
+/* Sets SO_SNDTIMEO to whole seconds (0 means none). Returns 0, or -1 for a negative descriptor or
+ * seconds, or when setsockopt fails. */
 PU_API int32_t uSocketSetSendTimeout(int32_t fd, int32_t seconds);
+/* Sets SO_RCVTIMEO to whole seconds; results as uSocketSetSendTimeout. */
 PU_API int32_t uSocketSetRecvTimeout(int32_t fd, int32_t seconds);
 
 /* ---- Loopback pairs, ports and the send queue ------------------------------------------- */

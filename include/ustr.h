@@ -134,9 +134,11 @@ PU_API int32_t uStrRemoveTruncatedUTF8Char(char *str);
 
 /* ---- Case conversion ------------------------------------------------------------------- */
 
-/* In place, ASCII letters only. Nothing for null. */
+/* ASCII a-z to A-Z in place; other bytes are left alone. Nothing for null. */
 PU_API void uStrToUpper(char *str);
+/* ASCII A-Z to a-z in place; other bytes are left alone. Nothing for null. */
 PU_API void uStrToLower(char *str);
+/* The same as uStrToLower; the hash maps fold their keys with it. */
 PU_API void uStrToLowerCase(char *str);
 
 /* Wide-character case operators: convert src into dst of dstSize bytes; 0 or -1. */
@@ -156,10 +158,12 @@ PU_API extern UStrWcharOps gWcharOpHook;
  * that conversion. Meant for start-up: no lock is taken. */
 PU_API void uStrRegisterWcharOperator(const UStrWcharOps *ops);
 
-/* Locale-aware case conversion of src into dst (dstSize bytes) through gWcharOpHook. Returns
- * the operator's result: 0, or -1 on a null argument, a conversion error or a dst too small
- * for the result and its terminator; -1 when the operator is null. */
+/* Locale-aware conversion of src to upper case into dst (dstSize bytes) through
+ * gWcharOpHook.toUppercase. Returns the operator's result: 0, or -1 on a null argument, a
+ * conversion error or a dst too small for the result and its terminator; -1 when the operator
+ * is null. */
 PU_API int32_t uStrToUppercase(const char *src, char *dst, uint32_t dstSize);
+/* The same to lower case, through gWcharOpHook.toLowercase. */
 PU_API int32_t uStrToLowercase(const char *src, char *dst, uint32_t dstSize);
 
 /* ---- Splitting, lists and keys --------------------------------------------------------- */

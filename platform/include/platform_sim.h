@@ -34,8 +34,9 @@ PLATFORM_API int platformSimIsManual(void);
 /* Sets the simulated up-time (it may go backwards, to simulate a jump). */
 PLATFORM_API void platformSimSetUpTime(uint32_t seconds, uint32_t microseconds);
 
-/* Advances the simulated up-time by ms milliseconds or by us microseconds. */
+/* Advances the simulated up-time by ms milliseconds. */
 PLATFORM_API void platformSimAdvanceMs(uint32_t ms);
+/* Advances the simulated up-time by us microseconds. */
 PLATFORM_API void platformSimAdvanceUs(uint64_t us);
 
 /* Hook through which a heartbeat consumer (the timer service) lets the simulation wait for the
@@ -43,6 +44,9 @@ PLATFORM_API void platformSimAdvanceUs(uint64_t us);
  * returns a token; wait(token) blocks until the pass started by that heartbeat has finished. */
 typedef uint64_t (*PLATFORM_SIM_PASS_BEGIN_FN)(void);
 typedef void (*PLATFORM_SIM_PASS_WAIT_FN)(uint64_t token);
+
+/* Installs the pass hook; null functions are skipped. The timer service installs its own when it
+ * starts. */
 PLATFORM_API void platformSimSetPassHook(PLATFORM_SIM_PASS_BEGIN_FN begin,
                                          PLATFORM_SIM_PASS_WAIT_FN wait);
 
@@ -65,8 +69,9 @@ PLATFORM_API void platformSimClearTimeZoneOffset(void);
  * armed, or cancelled with osaSmDelWakeUpTimer). */
 PLATFORM_API int64_t platformSimWakeUpDelay(int handle);
 
-/* Number of osaSmAddWakeUpTimer / osaSmDelWakeUpTimer calls for handle so far. */
+/* Number of osaSmAddWakeUpTimer calls for handle so far. */
 PLATFORM_API uint32_t platformSimWakeUpArmCount(int handle);
+/* Number of osaSmDelWakeUpTimer calls for handle so far. */
 PLATFORM_API uint32_t platformSimWakeUpCancelCount(int handle);
 
 /* Current active count of handle: the sum of osaSmAddActiveApp counts minus the number of
