@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::size_t cutCount = input.ConsumeIntegralInRange<std::size_t>(0, 8);
     const int32_t shortCapacity = input.ConsumeIntegralInRange<int32_t>(1, 64);
     std::vector<uint8_t> seeds = input.ConsumeBytes<uint8_t>(cutCount * 2);
-    const std::string text = input.ConsumeRemainingAsString();
+    const std::string text = input.ConsumeRemainingBytesAsString();
     if (text.empty()) {
         return 0;
     }

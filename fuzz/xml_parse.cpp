@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Script script;
     script.choices = input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange<std::size_t>(0, 64));
     const std::string trailer = input.ConsumeRandomLengthString(8);
-    const std::string text = input.ConsumeRemainingAsString();
+    const std::string text = input.ConsumeRemainingBytesAsString();
 
     const int32_t result =
         uXmlParseFromBuf(text.c_str(), trailer.c_str(), &script, onStart, onText, onEnd);

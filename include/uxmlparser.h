@@ -102,7 +102,7 @@ PU_API void uXmlParserStop(void *user);
  * *outCount. A candidate reference still open at the end of the input stays in state for the
  * next chunk unless final is non-zero, when it is written out escaped. Returns 0 when done, 1 when
  * the output is full (what was written stays counted), 2 for a null input, output, count or
- * state, or a length or capacity of 0 or less. */
+ * state, a state whose pendingCount is outside 0..16, or a length or capacity of 0 or less. */
 PU_API int32_t uXmlParserEscapeAmpersands(const char *input, int32_t inputLength, char *output,
                                           int32_t *outCount, int32_t capacity,
                                           uXmlParserAmpState *state, int32_t final);

@@ -37,8 +37,10 @@ int32_t trailerHold(const char *trailer) {
     if (trailer == nullptr || trailer[0] == '\0') {
         return 0;
     }
+    constexpr int32_t kLongest = std::numeric_limits<int32_t>::max() - 2;
     const int32_t length = clampedLength(std::strlen(trailer));
-    return length < 0 ? std::numeric_limits<int32_t>::max() : length + 2;
+    // A trailer too long to count holds back everything.
+    return length < 0 || length > kLongest ? kLongest + 2 : length + 2;
 }
 
 // The length of text without a trailer that ends two characters before the end of the text.
