@@ -67,15 +67,31 @@ XML_Parser pauseTarget(void *user) {
     return last != nullptr ? last->parser : nullptr;
 }
 
+// A parser that is parsing right now (a handler resuming its own parse) or not yet started (on
+// another thread) belongs to a parse function still running, which frees it itself.
+bool parseInProgress(XML_Parser parser) {
+    XML_ParsingStatus status{};
+    XML_GetParsingStatus(parser, &status);
+    return status.parsing == XML_PARSING || status.parsing == XML_INITIALIZED;
+}
+
+void logResumeError(int32_t flag) {
+    basaltPrintLog(pu::log::kError, pu::log::kXmlParser, "%s, parse xml error parserResult[%d].",
+                   "uXmlParserPause", flag);
+}
+
 int32_t resume(XML_Parser parser, int32_t flag) {
+    if (parseInProgress(parser)) {
+        logResumeError(flag);
+        return -1;
+    }
     const XML_Status status = XML_ResumeParser(parser);
     if (status == XML_STATUS_SUSPENDED) {
         return 0;
     }
     pu::io::xml::releaseParser(parser);
     if (status == XML_STATUS_ERROR) {
-        basaltPrintLog(pu::log::kError, pu::log::kXmlParser,
-                       "%s, parse xml error parserResult[%d].", "uXmlParserPause", flag);
+        logResumeError(flag);
         return -1;
     }
     return 0;

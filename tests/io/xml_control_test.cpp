@@ -74,6 +74,29 @@ TEST(XmlControl, ResumeThatHitsAnErrorFreesTheParser) {
     EXPECT_TRUE(parseMapEmpty());
 }
 
+TEST(XmlControl, ResumeNeverFreesAParseThatIsStillRunning) {
+    pu::test::LogCapture log;
+    // A handler that "resumes" its own running parse gets -1; the parse goes on undisturbed.
+    XmlRecorder r;
+    r.onStart = [](XmlRecorder &self, const std::string &name) {
+        if (name == "b") {
+            EXPECT_EQ(uXmlParserPause(&self, 0), -1);
+        }
+    };
+    EXPECT_EQ(parseBuf(kDoc, r), 0);
+    EXPECT_EQ(r.events, kEvents);
+    EXPECT_EQ(log.count(3, kModule, "uXmlParserPause, parse xml error parserResult[0]."), 1);
+
+    // A suspended parse that is then stopped can only be cleaned up by a resume, which fails.
+    XmlRecorder stopped;
+    pauseAt(stopped, "b");
+    ASSERT_EQ(parseBuf(kDoc, stopped), 0);
+    uXmlParserStop(&stopped);
+    EXPECT_EQ(uXmlParserPause(&stopped, 0), -1);
+    EXPECT_EQ(stopped.events.back(), "<b");
+    EXPECT_TRUE(parseMapEmpty());
+}
+
 TEST(XmlControl, PauseFallsBackToTheLatestParseForAStrangerUserPointer) {
     XmlRecorder owner;
     pauseAt(owner, "b");
