@@ -86,6 +86,10 @@ class EscapedChunk {
     // Repairs the next chunk and hands it to the parser. Returns expat's status, or kNoParse with
     // escapeFailed set when the chunk could not be repaired (an empty chunk among them).
     int parse(XML_Parser parser, const char *input, int32_t length, bool final) {
+        if (needsNoRepair(input, length)) {
+            // The repair would copy the bytes unchanged; expat copies them anyway.
+            return XML_Parse(parser, input, length, final ? 1 : 0);
+        }
         if (uXmlParserProcessXmlBufferWithAmp(input, length, &data_, &count_, &capacity_, &state_,
                                               final ? 1 : 0) != 0) {
             escapeFailed = true;
@@ -97,6 +101,11 @@ class EscapedChunk {
     bool escapeFailed = false;
 
   private:
+    bool needsNoRepair(const char *input, int32_t length) const {
+        return state_.pendingCount == 0 && length > 0 &&
+               std::memchr(input, '&', static_cast<std::size_t>(length)) == nullptr;
+    }
+
     char *data_;
     int32_t capacity_;
     int32_t count_ = 0;
