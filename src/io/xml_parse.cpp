@@ -71,15 +71,16 @@ class OwnedBuffer {
     char *data_;
 };
 
-// The repaired bytes of one document, chunk by chunk, with the candidate carried between chunks.
-class EscapedChunk {
+// Feeds one document to expat chunk by chunk through the repair, carrying an open candidate
+// from each chunk to the next.
+class RepairFeed {
   public:
-    EscapedChunk()
+    RepairFeed()
         : data_(static_cast<char *>(uMalloc(kEscapeBufferSize))),
           capacity_(data_ != nullptr ? kEscapeBufferSize : 0) {}
-    ~EscapedChunk() { uFree(data_); }
-    EscapedChunk(const EscapedChunk &) = delete;
-    EscapedChunk &operator=(const EscapedChunk &) = delete;
+    ~RepairFeed() { uFree(data_); }
+    RepairFeed(const RepairFeed &) = delete;
+    RepairFeed &operator=(const RepairFeed &) = delete;
 
     bool allocated() const { return data_ != nullptr; }
 
@@ -204,7 +205,7 @@ class DescriptorParse {
 
   private:
     OwnedBuffer read_;
-    EscapedChunk escaped_;
+    RepairFeed escaped_;
     XML_Parser parser_ = nullptr;
     int lastStatus_ = kNoParse;
 };
@@ -283,7 +284,7 @@ int32_t uXmlParseFromBuf(const char *text, const char *trailer, void *user,
         return -1;
     }
     const int32_t length = lengthWithoutTrailer(text, trailer);
-    EscapedChunk escaped;
+    RepairFeed escaped;
     if (!escaped.allocated()) {
         logXml(pu::log::kError, "%s: buf uMalloc error.", kName);
         // The map entry stays behind here; that is intended and has always been so.
