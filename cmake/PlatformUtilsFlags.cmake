@@ -10,3 +10,9 @@ if(PU_SANITIZE)
   add_compile_options(${pu_san_flags})
   add_link_options(-fsanitize=${PU_SANITIZE})
 endif()
+
+# Fuzz builds instrument the libraries for coverage too, so libFuzzer sees the branches of the
+# code under test and not only those of the fuzz target.
+if(PU_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -20,5 +20,6 @@
 #include "utimeplan.h"
 #include "upara.h"
 #include "usocket.h"
+#include "uxmlparser.h"
 
 #endif /* PLATFORM_UTILS_H */

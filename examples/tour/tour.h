@@ -8,4 +8,7 @@
 /* Prints a section heading. */
 void tourSection(const char *title);
 
+/* XML parsing with the ampersand repair (tour_xml.c). */
+void tourXml(void);
+
 #endif

@@ -1,0 +1,21 @@
+// Internals shared by the XML parse functions and the parse map.
+#pragma once
+
+#include <expat.h>
+#include <uxmlparser.h>
+
+#include <type_traits>
+
+namespace pu::io::xml {
+
+// Our public handler types are expat's, so callers can hand over handlers written for expat.
+static_assert(std::is_same_v<uXmlStartElementHandler, XML_StartElementHandler>);
+static_assert(std::is_same_v<uXmlEndElementHandler, XML_EndElementHandler>);
+static_assert(std::is_same_v<uXmlCharacterDataHandler, XML_CharacterDataHandler>);
+static_assert(std::is_same_v<struct XML_ParserStruct *, XML_Parser>);
+
+// Removes parser's map entry and frees it, under the map lock, so that a uXmlParserPause or
+// uXmlParserStop running on another thread never reaches a freed parser.
+void releaseParser(XML_Parser parser);
+
+} // namespace pu::io::xml

@@ -1,0 +1,215 @@
+// Suspending, resuming and aborting a parse from its own handlers, the map fallback, and many
+// threads doing so at once.
+#include <uxmlparser.h>
+
+#include "log_capture.hpp"
+#include "xml_test_util.hpp"
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using pu::test::expatAlone;
+using pu::test::parseBuf;
+using pu::test::parseFd;
+using pu::test::parseMapEmpty;
+using pu::test::XmlRecorder;
+
+constexpr const char *kModule = "utils.xmlparser";
+const std::string kDoc = "<r><a x=\"1&2\"/><b>t&amp;u</b><c>v</c></r>";
+// What expat alone delivers for kDoc once its bare "&" is written as a reference.
+const std::vector<std::string> kEvents =
+    expatAlone("<r><a x=\"1&amp;2\"/><b>t&amp;u</b><c>v</c></r>").events;
+
+// Suspends the parse at every start element named `at` ("" for every element).
+void pauseAt(XmlRecorder &recorder, std::string at) {
+    recorder.onStart = [at](XmlRecorder &self, const std::string &name) {
+        if (at.empty() || name == at) {
+            EXPECT_EQ(uXmlParserPause(&self, 1), 1);
+        }
+    };
+}
+
+TEST(XmlControl, PauseInAHandlerKeepsTheParserUntilResumed) {
+    XmlRecorder r;
+    pauseAt(r, "b");
+    ASSERT_EQ(parseBuf(kDoc, r), 0);
+    const std::vector<std::string> untilB = {"<r", "<a x=1&2", "/a", "<b"};
+    EXPECT_EQ(r.events, untilB);
+    EXPECT_FALSE(parseMapEmpty());
+    // Suspending a parse that is already suspended is refused by expat.
+    EXPECT_EQ(uXmlParserPause(&r, 1), 0);
+
+    r.onStart = nullptr;
+    EXPECT_EQ(uXmlParserPause(&r, 0), 0);
+    EXPECT_EQ(r.events, kEvents);
+    EXPECT_TRUE(parseMapEmpty());
+    EXPECT_EQ(uXmlParserPause(&r, 0), -1) << "nothing left to resume";
+
+    // Suspended again from inside every resume, element by element.
+    XmlRecorder stepwise;
+    pauseAt(stepwise, "");
+    ASSERT_EQ(parseBuf(kDoc, stepwise), 0);
+    int resumes = 0;
+    while (!parseMapEmpty() && resumes < 10) {
+        EXPECT_EQ(uXmlParserPause(&stepwise, 0), 0);
+        ++resumes;
+    }
+    EXPECT_EQ(resumes, 4);
+    EXPECT_EQ(stepwise.events, kEvents);
+}
+
+TEST(XmlControl, ResumeThatHitsAnErrorFreesTheParser) {
+    pu::test::LogCapture log;
+    XmlRecorder r;
+    pauseAt(r, "b");
+    ASSERT_EQ(parseBuf("<r><b/><c></r>", r), 0);
+    EXPECT_EQ(uXmlParserPause(&r, 0), -1);
+    EXPECT_EQ(log.count(3, kModule, "uXmlParserPause, parse xml error parserResult[0]."), 1)
+        << log.dump();
+    EXPECT_TRUE(parseMapEmpty());
+}
+
+TEST(XmlControl, ResumeNeverFreesAParseThatIsStillRunning) {
+    pu::test::LogCapture log;
+    // A handler that "resumes" its own running parse gets -1; the parse goes on undisturbed.
+    XmlRecorder r;
+    r.onStart = [](XmlRecorder &self, const std::string &name) {
+        if (name == "b") {
+            EXPECT_EQ(uXmlParserPause(&self, 0), -1);
+        }
+    };
+    EXPECT_EQ(parseBuf(kDoc, r), 0);
+    EXPECT_EQ(r.events, kEvents);
+    EXPECT_EQ(log.count(3, kModule, "uXmlParserPause, parse xml error parserResult[0]."), 1);
+
+    // A suspended parse that is then stopped can only be cleaned up by a resume, which fails.
+    XmlRecorder stopped;
+    pauseAt(stopped, "b");
+    ASSERT_EQ(parseBuf(kDoc, stopped), 0);
+    uXmlParserStop(&stopped);
+    EXPECT_EQ(uXmlParserPause(&stopped, 0), -1);
+    EXPECT_EQ(stopped.events.back(), "<b");
+    EXPECT_TRUE(parseMapEmpty());
+}
+
+TEST(XmlControl, PauseFallsBackToTheLatestParseForAStrangerUserPointer) {
+    XmlRecorder owner;
+    pauseAt(owner, "b");
+    ASSERT_EQ(parseBuf(kDoc, owner), 0);
+    owner.onStart = nullptr;
+    int stranger = 0;
+    // Intended: a pointer with no parse of its own reaches the most recent live parse.
+    EXPECT_EQ(uXmlParserPause(&stranger, 0), 0);
+    EXPECT_EQ(owner.events, kEvents);
+    EXPECT_TRUE(parseMapEmpty());
+
+    // The fallback needs someone to fall back on, and a pointer to begin with.
+    EXPECT_EQ(uXmlParserPause(&stranger, 0), -1);
+    EXPECT_EQ(uXmlParserPause(&stranger, 1), -1);
+    EXPECT_EQ(uXmlParserPause(nullptr, 0), -1);
+    uXmlParserStop(nullptr);
+    uXmlParserStop(&stranger);
+}
+
+TEST(XmlControl, StopAbortsTheParseOfItsOwnUserOnly) {
+    pu::test::LogCapture log;
+    XmlRecorder r;
+    r.onStart = [](XmlRecorder &self, const std::string &name) {
+        if (name == "b") {
+            uXmlParserStop(&self);
+        }
+    };
+    EXPECT_EQ(parseBuf(kDoc, r), -1);
+    EXPECT_EQ(r.events.back(), "<b") << "nothing is delivered after the stop";
+    EXPECT_EQ(log.count(3, kModule, "parse xml error parserResult[0]."), 1);
+    EXPECT_TRUE(parseMapEmpty());
+
+    // Stop has no fallback: a stranger's stop leaves the parse running.
+    XmlRecorder untouched;
+    untouched.onStart = [](XmlRecorder &, const std::string &) {
+        static int stranger;
+        uXmlParserStop(&stranger);
+    };
+    EXPECT_EQ(parseBuf(kDoc, untouched), 0);
+    EXPECT_EQ(untouched.events, kEvents);
+
+    XmlRecorder viaFd;
+    viaFd.onStart = r.onStart;
+    EXPECT_EQ(parseFd(kDoc, viaFd), -1);
+    EXPECT_TRUE(parseMapEmpty());
+}
+
+TEST(XmlControl, DescriptorPauseOnlyHoldsInTheLastPiece) {
+    // The whole document in the last (short) piece: suspended and resumable.
+    XmlRecorder last;
+    pauseAt(last, "b");
+    ASSERT_EQ(parseFd(kDoc, last), 0);
+    last.onStart = nullptr;
+    EXPECT_EQ(uXmlParserPause(&last, 0), 0);
+    EXPECT_EQ(last.events, kEvents);
+
+    // Suspended in the first of several pieces: the next piece meets a suspended parser.
+    const std::string doc = "<r><b/>" + std::string(3000, 'z') + "</r>";
+    XmlRecorder early;
+    pauseAt(early, "b");
+    pu::test::LogCapture log;
+    EXPECT_EQ(parseFd(doc, early), -1);
+    EXPECT_EQ(log.count(3, kModule,
+                        "uXmlParseFromFd: Parse xml error totalRead[" + std::to_string(doc.size()) +
+                            "] or parserResult[0]."),
+              1)
+        << log.dump();
+    EXPECT_TRUE(parseMapEmpty());
+}
+
+TEST(XmlControl, ThreadsPauseResumeAndStopTheirOwnParses) {
+    pu::test::LogCapture quiet; // the aborted parses log their failure
+    const std::string doc = pu::test::bigDocument(3000, true);
+    const std::vector<std::string> reference = expatAlone(doc).events;
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 40;
+    std::vector<std::thread> threads;
+    std::vector<int> failures(kThreads, 0);
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < kRounds; ++round) {
+                XmlRecorder r;
+                if ((round + t) % 3 == 0) {
+                    r.onStart = [](XmlRecorder &self, const std::string &name) {
+                        if (name == "link") {
+                            uXmlParserStop(&self);
+                        }
+                    };
+                    failures[t] +=
+                        parseBuf(doc, r) == -1 && r.events.size() < reference.size() ? 0 : 1;
+                    continue;
+                }
+                pauseAt(r, "title");
+                if (parseBuf(doc, r) != 0) {
+                    ++failures[t];
+                    continue;
+                }
+                for (int resumes = 0; r.events.size() < reference.size() && resumes < 1000;
+                     ++resumes) {
+                    if (uXmlParserPause(&r, 0) != 0) {
+                        ++failures[t];
+                        break;
+                    }
+                }
+                failures[t] += r.events == reference ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(failures, std::vector<int>(kThreads, 0));
+    EXPECT_TRUE(parseMapEmpty());
+}
+
+} // namespace

@@ -1,0 +1,301 @@
+// Parsing from a string and from descriptors: the events match expat's own, repaired documents
+// parse, trailers are dropped, and the digest covers exactly the parsed bytes.
+#include <uxmlparser.h>
+
+#include "log_capture.hpp"
+#include "xml_test_util.hpp"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using pu::test::bigDocument;
+using pu::test::expatAlone;
+using pu::test::parseBuf;
+using pu::test::parseFd;
+using pu::test::throughPipe;
+using pu::test::XmlRecorder;
+
+constexpr const char *kModule = "utils.xmlparser";
+
+using Digest = std::array<unsigned char, 16>;
+
+Digest md5Of(const std::string &bytes) {
+    Digest digest{};
+    unsigned int length = 0;
+    EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_md5(), nullptr);
+    return digest;
+}
+
+struct DigestParse {
+    int32_t result;
+    Digest digest;
+    XmlRecorder recorder;
+};
+
+DigestParse parseWithDigest(const std::string &stream, int32_t totalLength,
+                            const char *trailer = nullptr, uXmlContinueFn shouldContinue = nullptr,
+                            std::size_t piece = 4096) {
+    DigestParse p{};
+    p.digest.fill(0xAA);
+    p.result = throughPipe(stream, piece, [&](int fd) {
+        return uXmlParseFromFdWithDigestAndBreak(fd, totalLength, uSocketReadNormalData, trailer,
+                                                 &p.recorder, XmlRecorder::start, XmlRecorder::text,
+                                                 XmlRecorder::end, p.digest.data(), shouldContinue);
+    });
+    return p;
+}
+
+const std::string kWellFormed[] = {
+    "<r/>",
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- c --><r a=\"1\" b='&lt;&amp;&#x41;'>t<?pi "
+    "x?></r>",
+    "<a:r xmlns:a=\"urn:a\" xmlns=\"urn:d\"><a:x a:y=\"1\">q</a:x><z/></a:r>",
+    "<r><![CDATA[ <not> markup; ]]>after &#169; &#xA9;</r>",
+    "<r>caf\xc3\xa9 \xe2\x82\xac</r>",
+};
+
+TEST(XmlParse, EventsMatchExpatAloneForWellFormedDocuments) {
+    const std::string big = bigDocument(20000, true);
+    std::vector<std::string> documents(std::begin(kWellFormed), std::end(kWellFormed));
+    documents.push_back(big);
+    for (const std::string &doc : documents) {
+        const pu::test::ReferenceParse reference = expatAlone(doc);
+        ASSERT_TRUE(reference.ok) << doc;
+        XmlRecorder fromBuf;
+        EXPECT_EQ(parseBuf(doc, fromBuf), 0) << doc;
+        EXPECT_EQ(fromBuf.events, reference.events) << doc;
+        // Through a pipe in small uneven pieces, then with a digest.
+        XmlRecorder fromFd;
+        EXPECT_EQ(parseFd(doc, fromFd, nullptr, 7), 0) << doc;
+        EXPECT_EQ(fromFd.events, reference.events) << doc;
+        DigestParse withDigest =
+            parseWithDigest(doc, static_cast<int32_t>(doc.size()), nullptr, nullptr, 100);
+        EXPECT_EQ(withDigest.result, 0) << doc;
+        EXPECT_EQ(withDigest.recorder.events, reference.events) << doc;
+        EXPECT_EQ(withDigest.digest, md5Of(doc)) << doc;
+    }
+    EXPECT_TRUE(pu::test::parseMapEmpty());
+}
+
+TEST(XmlParse, BareAmpersandsParseAsText) {
+    XmlRecorder r;
+    ASSERT_EQ(parseBuf("<r><u>a&b</u><l href=\"http://h/p?x=1&y=2\">&nbsp;&amp;&#38;</l></r>", r),
+              0);
+    const std::vector<std::string> expected = {
+        "<r", "<u", "t:a&b", "/u", "<l href=http://h/p?x=1&y=2", "t:&nbsp;&&", "/l", "/r"};
+    EXPECT_EQ(r.events, expected);
+
+    // A candidate cut by every read boundary of the descriptor parser is judged as one.
+    for (std::size_t pad = 2030; pad < 2060; ++pad) {
+        std::string doc = "<r>" + std::string(pad - 3, 'x') + "&amp;&bad;</r>";
+        if (doc.size() % 2048 == 0) {
+            doc += "\n"; // a stream ending on a read boundary has its own test
+        }
+        XmlRecorder fromFd;
+        ASSERT_EQ(parseFd(doc, fromFd), 0) << pad;
+        EXPECT_EQ(fromFd.allText(), std::string(pad - 3, 'x') + "&&bad;") << pad;
+        DigestParse d = parseWithDigest(doc, static_cast<int32_t>(doc.size()));
+        ASSERT_EQ(d.result, 0) << pad;
+        EXPECT_EQ(d.recorder.allText(), std::string(pad - 3, 'x') + "&&bad;") << pad;
+    }
+}
+
+TEST(XmlParse, RepairDoesNotKnowMarkup) {
+    // The repair works on bytes: an "&" inside CDATA or a comment is rewritten like any other,
+    // so CDATA shows the reference it got.
+    XmlRecorder r;
+    ASSERT_EQ(parseBuf("<r><![CDATA[a & b]]><!-- x & y --></r>", r), 0);
+    EXPECT_EQ(r.allText(), "a &amp; b");
+}
+
+TEST(XmlParse, BufferTrailerIsCutOnlyWhenTwoCharactersFollowIt) {
+    XmlRecorder r;
+    EXPECT_EQ(parseBuf("<r>x</r>--end\r\n", r, "--end"), 0);
+    EXPECT_EQ(r.allText(), "x");
+    // Anywhere else the trailer is just text after the document, which expat refuses.
+    pu::test::LogCapture log;
+    XmlRecorder notCut;
+    EXPECT_EQ(parseBuf("<r>x</r>--end", notCut, "--end"), -1);
+    XmlRecorder oneAfter;
+    EXPECT_EQ(parseBuf("<r>x</r>--end\n", oneAfter, "--end"), -1);
+    EXPECT_EQ(log.count(3, kModule, "parse xml error parserResult[0]."), 2) << log.dump();
+    // Trailer longer than the text, and an empty trailer: nothing is cut, nothing overruns.
+    XmlRecorder shortText;
+    EXPECT_EQ(parseBuf("<r/>", shortText, "a much longer trailer"), 0);
+    XmlRecorder emptyTrailer;
+    EXPECT_EQ(parseBuf("<r/>\r\n", emptyTrailer, ""), 0);
+    // What is left after cutting the trailer may be empty: that is no document.
+    XmlRecorder nothingLeft;
+    EXPECT_EQ(parseBuf("--end\r\n", nothingLeft, "--end"), -1);
+}
+
+TEST(XmlParse, DescriptorHoldsBackTheTrailerBytesWithoutComparingThem) {
+    // The last strlen + 2 bytes are never parsed, whatever they hold.
+    for (const char *tail : {"--end\r\n", "XXXXXXX"}) {
+        XmlRecorder r;
+        EXPECT_EQ(parseFd(std::string("<r>x</r>") + tail, r, "--end", 3), 0) << tail;
+        EXPECT_EQ(r.allText(), "x");
+    }
+    // Held-back bytes cross read boundaries: a long document still comes out whole.
+    const std::string doc = bigDocument(9000, true);
+    XmlRecorder big;
+    EXPECT_EQ(parseFd(doc + "--boundary--\r\n", big, "--boundary--", 1000), 0);
+    EXPECT_EQ(big.events, expatAlone(doc).events);
+    // A stream shorter than the held-back bytes leaves nothing to parse.
+    pu::test::LogCapture log;
+    XmlRecorder tooShort;
+    EXPECT_EQ(parseFd("<r/>", tooShort, "--boundary--"), -1);
+    EXPECT_EQ(
+        log.count(3, kModule, "uXmlParseFromFd: Parse xml error totalRead[4] or parserResult[0]."),
+        1)
+        << log.dump();
+}
+
+TEST(XmlParse, DescriptorStreamEndingOnAReadBoundaryFails) {
+    // The last read then brings nothing, and an empty piece cannot be escaped: intended, since
+    // callers size their streams with a trailer.
+    auto docOfSize = [](std::size_t size) { return "<r>" + std::string(size - 7, 'y') + "</r>"; };
+    pu::test::LogCapture log;
+    for (std::size_t size : {2047u, 2049u, 4095u, 4097u}) {
+        XmlRecorder r;
+        EXPECT_EQ(parseFd(docOfSize(size), r), 0) << size;
+    }
+    XmlRecorder aligned;
+    EXPECT_EQ(parseFd(docOfSize(2048), aligned), -1);
+    EXPECT_EQ(log.count(3, kModule,
+                        "uXmlParseFromFd: Parse xml error totalRead[2048] or parserResult[1]."),
+              1)
+        << log.dump();
+    EXPECT_TRUE(pu::test::parseMapEmpty());
+}
+
+TEST(XmlParse, DigestCoversExactlyTheBytesGivenToTheParser) {
+    pu::test::LogCapture quiet;
+    const std::string doc = bigDocument(5000, true);
+    const std::string trailer = "--b--";
+    const std::string stream = doc + trailer + "\r\n";
+    // Known length: the trailer and its line end are held back from the end.
+    DigestParse known = parseWithDigest(stream, static_cast<int32_t>(stream.size()), "--b--");
+    EXPECT_EQ(known.result, 0);
+    EXPECT_EQ(known.digest, md5Of(doc));
+    EXPECT_EQ(known.recorder.events, expatAlone(doc).events);
+
+    // Unknown length: the first piece loses the held bytes, which strips the trailer of a short
+    // document...
+    const std::string small = "<r>short &amp; sweet</r>";
+    DigestParse unknown = parseWithDigest(small + trailer + "\r\n", 0, "--b--");
+    EXPECT_EQ(unknown.result, 0);
+    EXPECT_EQ(unknown.digest, md5Of(small));
+    EXPECT_EQ(unknown.recorder.allText(), "short & sweet");
+    // ...and cuts a long one in the middle (intended): here "</a>yyy" goes missing.
+    const std::string cutAt2041 =
+        "<r><a>" + std::string(2035, 'x') + "</a>" + std::string(3000, 'y') + "</r>--b--\r\n";
+    DigestParse cut = parseWithDigest(cutAt2041, -1, "--b--");
+    EXPECT_EQ(cut.result, -1);
+    EXPECT_EQ(cut.digest[0], 0xAA) << "the digest is written only on success";
+
+    // A declared length shorter than the stream stops there; what follows is never read.
+    DigestParse prefix = parseWithDigest(doc + "<garbage", static_cast<int32_t>(doc.size()));
+    EXPECT_EQ(prefix.result, 0);
+    EXPECT_EQ(prefix.digest, md5Of(doc));
+
+    // No digest wanted.
+    XmlRecorder r;
+    const int32_t result = throughPipe(doc, 4096, [&](int fd) {
+        return uXmlParseFromFdWithDigestAndBreak(fd, 0, uSocketReadNormalData, nullptr, &r,
+                                                 XmlRecorder::start, XmlRecorder::text,
+                                                 XmlRecorder::end, nullptr, nullptr);
+    });
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(pu::test::parseMapEmpty());
+}
+
+int gContinueCalls = 0;
+
+int32_t stopAfterFirstPiece(void *user) {
+    ++gContinueCalls;
+    EXPECT_NE(user, nullptr);
+    return 0;
+}
+
+int32_t keepGoing(void *) {
+    ++gContinueCalls;
+    return 1;
+}
+
+TEST(XmlParse, ContinueCallbackBreaksTheReadSuccessfully) {
+    const std::string doc = bigDocument(6000, false);
+    pu::test::LogCapture log;
+    gContinueCalls = 0;
+    DigestParse broken =
+        parseWithDigest(doc, static_cast<int32_t>(doc.size()), nullptr, stopAfterFirstPiece);
+    EXPECT_EQ(broken.result, 0);
+    EXPECT_EQ(gContinueCalls, 1);
+    EXPECT_EQ(broken.digest, md5Of(doc.substr(0, 2048)));
+    EXPECT_LT(broken.recorder.allText().size(), 2048u);
+    EXPECT_EQ(log.count(1, kModule, "uXmlParseFromFdWithDigestAndBreak: Break Parseing !!!."), 1);
+    EXPECT_EQ(log.count(0, kModule, "uXmlParseFromFdWithDigestAndBreak: readLen:2048 !!!."), 1);
+
+    // Asked after every piece but the last: 6000+ bytes are three full pieces and a short one.
+    log.clear();
+    gContinueCalls = 0;
+    DigestParse whole = parseWithDigest(doc, 0, nullptr, keepGoing);
+    EXPECT_EQ(whole.result, 0);
+    EXPECT_EQ(gContinueCalls, static_cast<int>(doc.size() / 2048));
+    EXPECT_EQ(
+        log.count(1, kModule,
+                  "uXmlParseFromFdWithDigestAndBreak: XML_Parse :ok Or Read Finished :1 !!!."),
+        1)
+        << log.dump();
+    EXPECT_TRUE(pu::test::parseMapEmpty());
+}
+
+TEST(XmlParse, MalformedDocumentsAndBadArgumentsFail) {
+    pu::test::LogCapture log;
+    XmlRecorder r;
+    EXPECT_EQ(uXmlParseFromBuf(nullptr, nullptr, &r, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(uXmlParseFromBuf("<r/>", nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(log.count(3, kModule, "uXmlParseFromBuf: param error."), 2);
+    EXPECT_EQ(uXmlParseFromFd(0, uSocketReadNormalData, nullptr, &r, nullptr, nullptr, nullptr),
+              -1);
+    EXPECT_EQ(uXmlParseFromFd(5, nullptr, nullptr, &r, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(
+        uXmlParseFromFd(5, uSocketReadNormalData, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(log.count(3, kModule, "uXmlParseFromFd: param error."), 3);
+    EXPECT_EQ(uXmlParseFromFdWithDigestAndBreak(-1, 0, uSocketReadNormalData, nullptr, &r, nullptr,
+                                                nullptr, nullptr, nullptr, nullptr),
+              -1);
+    EXPECT_EQ(log.count(3, kModule, "uXmlParseFromFdWithDigestAndBreak: param error."), 1);
+
+    // No handlers at all is fine; the empty string is no document.
+    EXPECT_EQ(uXmlParseFromBuf("<r>a&b</r>", nullptr, &r, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(parseBuf("", r), -1);
+    for (const char *bad : {"<r>", "<r></s>", "<r a=1/>", "<r>&#0;</r>", "<r>&#x;</r>", "x"}) {
+        EXPECT_EQ(parseBuf(bad, r), -1) << bad;
+        XmlRecorder viaFd;
+        EXPECT_EQ(parseFd(bad, viaFd), -1) << bad;
+    }
+    // A stream that ends at once.
+    DigestParse empty = parseWithDigest("", 0);
+    EXPECT_EQ(empty.result, -1);
+    EXPECT_EQ(
+        log.count(1, kModule,
+                  "uXmlParseFromFdWithDigestAndBreak: XML_Parse :error Or Read Finished :1 !!!."),
+        0)
+        << "an empty piece never reaches the parser";
+    EXPECT_EQ(log.count(3, kModule,
+                        "uXmlParseFromFdWithDigestAndBreak: Parse xml error totalRead[0] or "
+                        "parserResult[0]."),
+              1)
+        << log.dump();
+    EXPECT_TRUE(pu::test::parseMapEmpty());
+}
+
+} // namespace

@@ -1,0 +1,134 @@
+// Event recording for the XML parser tests, the same handlers run on expat alone for reference,
+// and documents fed through a pipe.
+#pragma once
+
+#include <expat.h>
+#include <usocket.h>
+#include <uxmlparser.h>
+
+#include "socket_test_util.hpp"
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace pu::test {
+
+// The events one parse delivered, as text. Adjacent character data is merged: how expat splits
+// text between calls depends on where its input was cut, which is not part of the contract.
+struct XmlRecorder {
+    std::vector<std::string> events;
+    // Called after each start element is recorded, with its name.
+    std::function<void(XmlRecorder &, const std::string &)> onStart;
+
+    static void start(void *user, const char *name, const char **attributes) {
+        auto *self = static_cast<XmlRecorder *>(user);
+        std::string event = std::string("<") + name;
+        for (const char **a = attributes; a != nullptr && *a != nullptr; a += 2) {
+            event += std::string(" ") + a[0] + "=" + a[1];
+        }
+        self->events.push_back(event);
+        if (self->onStart) {
+            self->onStart(*self, name);
+        }
+    }
+    static void text(void *user, const char *data, int length) {
+        auto *self = static_cast<XmlRecorder *>(user);
+        if (self->events.empty() || self->events.back().rfind("t:", 0) != 0) {
+            self->events.emplace_back("t:");
+        }
+        self->events.back().append(data, static_cast<std::size_t>(length));
+    }
+    static void end(void *user, const char *name) {
+        static_cast<XmlRecorder *>(user)->events.push_back(std::string("/") + name);
+    }
+
+    // All text delivered, concatenated.
+    std::string allText() const {
+        std::string all;
+        for (const std::string &event : events) {
+            if (event.rfind("t:", 0) == 0) {
+                all += event.substr(2);
+            }
+        }
+        return all;
+    }
+};
+
+// What expat alone delivers for doc through the same handlers; ok is false on a parse error.
+struct ReferenceParse {
+    std::vector<std::string> events;
+    bool ok;
+};
+
+inline ReferenceParse expatAlone(const std::string &doc) {
+    XmlRecorder recorder;
+    XML_Parser parser = XML_ParserCreate(nullptr);
+    XML_SetElementHandler(parser, XmlRecorder::start, XmlRecorder::end);
+    XML_SetCharacterDataHandler(parser, XmlRecorder::text);
+    XML_SetUserData(parser, &recorder);
+    const bool ok = XML_Parse(parser, doc.data(), static_cast<int>(doc.size()), 1) == XML_STATUS_OK;
+    XML_ParserFree(parser);
+    return {recorder.events, ok};
+}
+
+inline int32_t parseBuf(const std::string &doc, XmlRecorder &recorder,
+                        const char *trailer = nullptr) {
+    return uXmlParseFromBuf(doc.c_str(), trailer, &recorder, XmlRecorder::start, XmlRecorder::text,
+                            XmlRecorder::end);
+}
+
+// Runs parse on the read end of a pipe while a thread writes data in pieces of piece bytes and
+// then closes the write end.
+template <typename Parse>
+int32_t throughPipe(const std::string &data, std::size_t piece, Parse parse) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    Fd reader(ends[0]);
+    std::thread writer([&data, piece, fd = ends[1]] {
+        for (std::size_t done = 0; done < data.size();) {
+            const std::size_t n = std::min(piece, data.size() - done);
+            const ssize_t written = write(fd, data.data() + done, n);
+            if (written <= 0) {
+                break;
+            }
+            done += static_cast<std::size_t>(written);
+        }
+        close(fd);
+    });
+    const int32_t result = parse(reader.get());
+    writer.join();
+    return result;
+}
+
+inline int32_t parseFd(const std::string &doc, XmlRecorder &recorder, const char *trailer = nullptr,
+                       std::size_t piece = 4096) {
+    return throughPipe(doc, piece, [&](int fd) {
+        return uXmlParseFromFd(fd, uSocketReadNormalData, trailer, &recorder, XmlRecorder::start,
+                               XmlRecorder::text, XmlRecorder::end);
+    });
+}
+
+// A well-formed document of at least size bytes: nested elements, attributes, text.
+inline std::string bigDocument(std::size_t size, bool ampersands) {
+    std::string doc = "<?xml version=\"1.0\"?>\n<feed xmlns:m=\"urn:m\">";
+    for (int i = 0; doc.size() < size; ++i) {
+        doc += "<m:item id=\"" + std::to_string(i) + "\" kind=\"k&lt;" + std::to_string(i % 7) +
+               "\"><title>Item " + std::to_string(i) + (ampersands ? " &amp; more" : " and more") +
+               "</title><link>http://host/p?a=" + std::to_string(i) +
+               (ampersands ? "&amp;b=2" : ";b=2") + "</link></m:item>\n";
+    }
+    return doc + "</feed>";
+}
+
+// True when no parse is registered: a pause with nobody to fall back on fails.
+inline bool parseMapEmpty() {
+    static int nobody;
+    return uXmlParserPause(&nobody, 1) == -1;
+}
+
+} // namespace pu::test
