@@ -22,13 +22,6 @@ using pu::core::SemGuard;
 
 constexpr std::size_t kPauseTextSize = sizeof(uTimePlanPauseInfo{}.pauseEndTime);
 
-// Plans are matched to the group that holds them by their exact name, so the plans a pause
-// ends are the same ones its end resumes.
-bool belongsTo(const uTimePlanEntry &entry, const uTimePlanPauseGroup &group) {
-    return entry.info != nullptr && entry.info->pauseModule != nullptr && group.name != nullptr &&
-           std::strcmp(entry.info->pauseModule, group.name) == 0;
-}
-
 template <typename Fn> void forEachPlanOf(Service &s, const uTimePlanPauseGroup &group, Fn fn) {
     for (uListNode *node = s.plans->head; node != nullptr; node = node->next) {
         auto *entry = static_cast<uTimePlanEntry *>(node->data);

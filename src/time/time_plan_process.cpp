@@ -56,6 +56,8 @@ RangeStep applyDateRange(uTimePlanEntry &entry, time_t now, time_t &s, time_t &e
         if (nextEnd != nextStart) {
             entry.end = nextEnd;
         }
+        // Its start timer is armed: the first day of the range starts with a callback.
+        entry.info->scheduled = 1;
         return RangeStep::kDone;
     }
     const bool inRange =
@@ -137,7 +139,7 @@ void processWithoutEnd(Service &s, uTimePlanEntry &entry, time_t now, time_t sta
 
 void processLocked(Service &s, std::int32_t id, Deferred &later) {
     uTimePlanEntry *entry = findPlan(s, id);
-    if (entry == nullptr || planIsHeld(s, *entry)) {
+    if (entry == nullptr || heldByPause(s, *entry)) {
         return;
     }
     if (entry->info == nullptr) {

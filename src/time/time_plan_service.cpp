@@ -167,6 +167,21 @@ bool planIsHeld(Service &s, const uTimePlanEntry &entry) {
     return group != nullptr && group->pausedCount > 0;
 }
 
+bool belongsTo(const uTimePlanEntry &entry, const uTimePlanPauseGroup &group) {
+    return entry.info != nullptr && entry.info->pauseModule != nullptr && group.name != nullptr &&
+           std::strcmp(entry.info->pauseModule, group.name) == 0;
+}
+
+bool heldByPause(Service &s, const uTimePlanEntry &entry) {
+    for (uListNode *node = s.groups->head; node != nullptr; node = node->next) {
+        const auto *group = static_cast<uTimePlanPauseGroup *>(node->data);
+        if (group->pausedCount > 0 && belongsTo(entry, *group)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void removePlan(Service &s, uTimePlanEntry *entry) {
     (void)uListRemove(s.plans, uListPosGetByElement(s.plans, entry));
     uIdReleaseModuleUniqueId(kIdModule, entry->id);

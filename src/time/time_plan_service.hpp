@@ -93,8 +93,17 @@ uTimePlanEntry *findPlan(Service &s, std::int32_t id);
 // The group named pauseModule (type 0, ignoring case), or null.
 uTimePlanPauseGroup *timePlanGroupFind(Service &s, std::int32_t type, const char *name);
 
-// True while the plan's group has a pause in force: such a plan has no timer.
+// True while the plan's group (found ignoring case) has a pause in force: such a plan is not
+// scheduled when added or when the time changes.
 bool planIsHeld(Service &s, const uTimePlanEntry &entry);
+
+// True when the plan's pauseModule is exactly the name of group. Pauses end and resume exactly
+// these plans.
+bool belongsTo(const uTimePlanEntry &entry, const uTimePlanPauseGroup &group);
+
+// True while a group that the plan belongs to has a pause in force: the plan was held by that
+// pause and keeps no timer, so a timer callback already on its way must not re-arm it.
+bool heldByPause(Service &s, const uTimePlanEntry &entry);
 
 // Removes the entry from the plan list and releases it, its copy and its id. Its timer is the
 // caller's business.
