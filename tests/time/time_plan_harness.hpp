@@ -4,7 +4,9 @@
 
 #include "timer_harness.hpp"
 
+#include <algorithm>
 #include <cstdint>
+#include <ostream>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
@@ -66,6 +68,10 @@ struct PlanCall {
     std::time_t at;
     bool operator==(const PlanCall &) const = default;
 };
+
+inline void PrintTo(const PlanCall &call, std::ostream *out) {
+    *out << call.kind << call.tag << "@" << call.at;
+}
 
 class PlanCalls {
   public:
@@ -194,7 +200,8 @@ class TimePlanTest : public TimerTest {
         platformSimWaitPoolsIdle();
     }
 
-    // Skips to a few seconds before t, then steps through t.
+    // Skips to a few seconds before t, then steps through t and after more seconds. Nothing may
+    // be due before those few seconds.
     void runThrough(std::time_t t, int after = 2) {
         if (t - now_ > 5) {
             skip(static_cast<int>(t - now_ - 5));
@@ -202,7 +209,15 @@ class TimePlanTest : public TimerTest {
         elapse(static_cast<int>(t - now_) + after);
     }
 
-    static std::vector<PlanCall> calls() { return PlanCalls::instance().all(); }
+    // The calls so far by time, then tag: callbacks due in the same pass run on several pool
+    // threads in no fixed order.
+    static std::vector<PlanCall> calls() {
+        std::vector<PlanCall> all = PlanCalls::instance().all();
+        std::stable_sort(all.begin(), all.end(), [](const PlanCall &a, const PlanCall &b) {
+            return a.at != b.at ? a.at < b.at : a.tag < b.tag;
+        });
+        return all;
+    }
 
     static std::int32_t status(std::int32_t id, std::time_t *start = nullptr,
                                std::time_t *end = nullptr) {
