@@ -333,6 +333,7 @@ TEST_F(TimePlans, RefusalsAndMessages) {
     EXPECT_EQ(value, 0);
     uTimePlanStatusQuery(withoutEndCb, nullptr, nullptr, nullptr);
 
+    uTimePlanDel(withoutEndCb); // its timer would outlive the uninit
     uTimePlanUninit();
     log.clear();
     uTimePlanUninit();
