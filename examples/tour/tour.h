@@ -8,4 +8,7 @@
 /* Prints a section heading. */
 void tourSection(const char *title);
 
+/* A daily time plan a few seconds ahead (tour_timeplan.c). */
+void tourTimePlan(void);
+
 #endif
