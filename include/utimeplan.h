@@ -41,29 +41,29 @@ enum {
  * "HH:MM:SS" (hour 0..24, 24:00 being 00:00 of the next day); a once plan writes
  * "MM-DD-HH:MM[:SS]" and always means the current year. */
 typedef struct uTimePlanInfo {
-    char startDate[32];      /* first valid day, "YYYY-MM-DD"; "" = no date range */
-    char endDate[32];        /* last valid day, "YYYY-MM-DD" */
-    char *pauseModule;       /* pause group of the plan, or null; copied by uTimePlanAdd */
-    char startTime[16];      /* when the plan starts */
+    char startDate[32];        /* first valid day, "YYYY-MM-DD"; "" = no date range */
+    char endDate[32];          /* last valid day, "YYYY-MM-DD" */
+    char *pauseModule;         /* pause group of the plan, or null; copied by uTimePlanAdd */
+    char startTime[16];        /* when the plan starts */
     uTimePlanCallback startCb; /* required */
     void *startArg;
     char endTime[16];        /* when it ends; "" = the plan has no end */
     uTimePlanCallback endCb; /* may be null */
     void *endArg;
-    uint32_t repeatType;     /* U_TIME_PLAN_ONCE .. U_TIME_PLAN_MONTHLY */
-    uint32_t repeatDate;     /* weekly: weekday 0..7 (0 and 7 Sunday); monthly: day 1..31; else 0 */
-    uint32_t randomStart;    /* non-zero: start at a random second of the period */
-    uint32_t scheduled;      /* leave 0: a plan added inside its period then starts silently */
+    uint32_t repeatType;  /* U_TIME_PLAN_ONCE .. U_TIME_PLAN_MONTHLY */
+    uint32_t repeatDate;  /* weekly: weekday 0..7 (0 and 7 Sunday); monthly: day 1..31; else 0 */
+    uint32_t randomStart; /* non-zero: start at a random second of the period */
+    uint32_t scheduled;   /* leave 0: a plan added inside its period then starts silently */
 } uTimePlanInfo;
 
 /* A pause of a pause group, from 00:00 of the first day to 00:00 of the second. */
 typedef struct uTimePlanPauseInfo {
-    int32_t pauseType; /* only 0 exists */
+    int32_t pauseType;  /* only 0 exists */
     const char *module; /* the pause group: plans whose pauseModule is this name */
 #if defined(__GNUC__) || defined(__clang__)
     __extension__
 #endif
-    union {
+        union {
         char pauseStartTime[16]; /* uTimePlanPauseAdd: first day, "YYYY-MM-DD" or "YYYY/MM/DD" */
         int32_t pauseId;         /* uTimePlanPauseDel: the id uTimePlanPauseAdd returned */
     };

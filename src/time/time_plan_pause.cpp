@@ -32,8 +32,8 @@ template <typename Fn> void forEachPlanOf(Service &s, const uTimePlanPauseGroup 
 }
 
 void armPauseEnd(uTimePlanPause &pause, time_t now) {
-    pause.timerId = uTimerAddSec(pauseEndFired, idArg(pause.id),
-                                 timerSeconds(makeLocalTime(pause.endTm), now));
+    pause.timerId =
+        uTimerAddSec(pauseEndFired, idArg(pause.id), timerSeconds(makeLocalTime(pause.endTm), now));
 }
 
 void uTimePlanModulePauseStart(Service &s, uTimePlanPause &pause, Deferred &later) {

@@ -21,7 +21,8 @@ bool isOnce(const uTimePlanEntry &entry) {
 void rearm(uTimePlanEntry &entry, time_t dueAt, time_t now) {
     // A due time in the past gives a negative delay that the timer service refuses: such a plan
     // has no timer until a pause or a time change recomputes it.
-    entry.timerId = uTimerAddSecWithWakeup(planTimerFired, idArg(entry.id), timerSeconds(dueAt, now));
+    entry.timerId =
+        uTimerAddSecWithWakeup(planTimerFired, idArg(entry.id), timerSeconds(dueAt, now));
 }
 
 // 00:00:00 of t's local day.

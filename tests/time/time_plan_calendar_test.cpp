@@ -51,7 +51,8 @@ TEST_F(Calendar, TimeOfDayStrings) {
     EXPECT_EQ(uTimePlanTimeStringParse("23:59:59", 1), localAt(2026, 11, 23, 23, 59, 59));
     EXPECT_EQ(log.lines().size(), 0U) << log.dump();
 
-    const std::string outOfRange = "uTimePlanTimeStringParse: the param of timeStr is out of range ";
+    const std::string outOfRange =
+        "uTimePlanTimeStringParse: the param of timeStr is out of range ";
     for (const char *bad : {"23:60", "25:00", "-1:00", "08:-1"}) {
         EXPECT_EQ(uTimePlanTimeStringParse(bad, 1), -1) << bad;
     }
@@ -84,7 +85,7 @@ TEST_F(Calendar, DateAndTimeStringsOfOncePlans) {
 }
 
 TEST_F(Calendar, WeeklyComposition) {
-    at(2026, 11, 23); // a Monday
+    at(2026, 11, 23);                                                            // a Monday
     EXPECT_EQ(uTimePlanTimeCompose("08:00", 2, 1), localAt(2026, 11, 23, 8, 0)); // today, even past
     EXPECT_EQ(uTimePlanTimeCompose("08:00", 2, 6), localAt(2026, 11, 28, 8, 0));
     EXPECT_EQ(uTimePlanTimeCompose("08:00", 2, 0), localAt(2026, 11, 29, 8, 0));

@@ -73,6 +73,18 @@ inline void PrintTo(const PlanCall &call, std::ostream *out) {
     *out << call.kind << call.tag << "@" << call.at;
 }
 
+inline PlanCall started(std::uintptr_t tag, std::time_t at) {
+    return {'S', tag, at};
+}
+inline PlanCall ended(std::uintptr_t tag, std::time_t at) {
+    return {'E', tag, at};
+}
+
+// A local time in November 2026, the month most plan tests live in (the 23rd is a Monday).
+inline std::time_t nov(int day, int hour, int minute = 0, int second = 0) {
+    return localAt(2026, 11, day, hour, minute, second);
+}
+
 class PlanCalls {
   public:
     static PlanCalls &instance() {

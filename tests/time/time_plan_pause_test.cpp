@@ -11,17 +11,6 @@ namespace {
 
 constexpr const char *kModule = "platform.utils.timePlan";
 
-std::time_t nov(int day, int hour, int minute = 0, int second = 0) {
-    return localAt(2026, 11, day, hour, minute, second);
-}
-
-PlanCall started(std::uintptr_t tag, std::time_t at) {
-    return {'S', tag, at};
-}
-PlanCall ended(std::uintptr_t tag, std::time_t at) {
-    return {'E', tag, at};
-}
-
 class Pauses : public TimePlanTest {
   protected:
     // A daily plan of group "kitchen", 08:00 to 09:00, started at 08:00 and now at 08:10.
@@ -112,6 +101,21 @@ TEST_F(Pauses, PausesBeginAndEndByTheirTimers) {
                                     started(2, nov(25, 0)), ended(2, nov(25, 0, 0, 10))}));
 }
 
+TEST_F(Pauses, PauseLongerThanTheLongestTimerEndsOnTime) {
+    setNow(nov(23, 10));
+    uTimePlanInfo info = planInfo("00:00:05", "00:00:15", 1, 6);
+    info.pauseModule = kitchen_;
+    const std::int32_t id = add(info);
+    ASSERT_GT(pause("kitchen", "2026-11-24", "2026-12-31"), 0); // 37 days
+    runThrough(nov(24, 0), 0);
+    EXPECT_EQ(status(id), 1);
+    skip(2000000); // the first end timer fires: the pause goes on
+    EXPECT_EQ(status(id), 1);
+    runThrough(localAt(2026, 12, 31, 0, 0), 20);
+    EXPECT_EQ(calls(), (std::vector{started(6, localAt(2026, 12, 31, 0, 0, 5)),
+                                    ended(6, localAt(2026, 12, 31, 0, 0, 15))}));
+}
+
 TEST_F(Pauses, PlanAddedToAPausedGroupWaitsForTheEnd) {
     setNow(nov(23, 7, 59, 58));
     const std::int32_t pauseId = pause("kitchen", "2026-11-23", "2026-11-24");
@@ -184,9 +188,9 @@ TEST_F(Pauses, BadRequests) {
                         "uTimePlanPauseTimeCalculation: pauseStartTime [2026-02-30] parse ERROR"),
               1)
         << log.dump();
-    EXPECT_EQ(log.count(0, kModule,
-                        "uTimePlanPauseTimeCalculation: pauseEndTime [tomorrow] parse ERROR"),
-              1)
+    EXPECT_EQ(
+        log.count(0, kModule, "uTimePlanPauseTimeCalculation: pauseEndTime [tomorrow] parse ERROR"),
+        1)
         << log.dump();
     EXPECT_EQ(log.count(0, kModule,
                         "uTimePlanPauseTimeCalculation: pauseStartTime[2026-11-25] greater than "

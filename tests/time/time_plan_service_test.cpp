@@ -9,17 +9,6 @@ namespace {
 
 constexpr const char *kModule = "platform.utils.timePlan";
 
-std::time_t nov(int day, int hour, int minute = 0, int second = 0) {
-    return localAt(2026, 11, day, hour, minute, second);
-}
-
-PlanCall started(std::uintptr_t tag, std::time_t at) {
-    return {'S', tag, at};
-}
-PlanCall ended(std::uintptr_t tag, std::time_t at) {
-    return {'E', tag, at};
-}
-
 // Ids of the plan module that are free: drawn until none is left, then given back.
 int freePlanIds() {
     LogCapture quiet; // the last draw complains that none is left
@@ -52,8 +41,8 @@ TEST_F(TimePlans, DailyPlanAddedInsideItsPeriodStartsSilently) {
 
     runThrough(nov(24, 8));
     runThrough(nov(24, 9));
-    EXPECT_EQ(calls(), (std::vector{ended(7, nov(23, 9)), started(7, nov(24, 8)),
-                                    ended(7, nov(24, 9))}));
+    EXPECT_EQ(calls(),
+              (std::vector{ended(7, nov(23, 9)), started(7, nov(24, 8)), ended(7, nov(24, 9))}));
 }
 
 TEST_F(TimePlans, PeriodCrossingMidnight) {
@@ -70,9 +59,9 @@ TEST_F(TimePlans, PeriodCrossingMidnight) {
     EXPECT_EQ(status(evening), 2);
     runThrough(nov(24, 6));
     runThrough(nov(24, 22));
-    EXPECT_EQ(calls(), (std::vector{started(1, nov(23, 22)), ended(1, nov(24, 6)),
-                                    ended(2, nov(24, 6)), started(1, nov(24, 22)),
-                                    started(2, nov(24, 22))}));
+    EXPECT_EQ(calls(),
+              (std::vector{started(1, nov(23, 22)), ended(1, nov(24, 6)), ended(2, nov(24, 6)),
+                           started(1, nov(24, 22)), started(2, nov(24, 22))}));
 }
 
 TEST_F(TimePlans, OncePlansAreRemovedAfterTheirEndAndFreeTheirIds) {
@@ -215,7 +204,7 @@ TEST_F(TimePlans, DeletingARunningPlanCallsItsEndOnTheCaller) {
     EXPECT_EQ(status(id), 0);
     runThrough(nov(23, 11));
     EXPECT_EQ(calls().size(), 2U); // its timer went with it
-    uTimePlanDel(id);               // unknown now: nothing
+    uTimePlanDel(id);              // unknown now: nothing
     uTimePlanDel(0);
 }
 
@@ -258,8 +247,7 @@ TEST_F(TimePlans, TimeZoneChangeReschedulesEveryPlan) {
     EXPECT_EQ(start, utc0900); // 10:00 local
     runThrough(utc0800);
     runThrough(utc0900);
-    EXPECT_EQ(calls(),
-              (std::vector{started(1, utc0730), ended(1, utc0800), started(2, utc0900)}));
+    EXPECT_EQ(calls(), (std::vector{started(1, utc0730), ended(1, utc0800), started(2, utc0900)}));
 }
 
 TEST_F(TimePlans, SystemTimeJumpReschedulesEveryPlan) {
