@@ -180,23 +180,6 @@ TEST_F(BerlinCalendar, DatesCompareByLocalDay) {
     EXPECT_EQ(timePlanDateCompare(lateUtc, -1), -1);
 }
 
-TEST(TimePlanTm, ComparesFromYearToSecond) {
-    struct tm a {};
-    struct tm b {};
-    a.tm_year = b.tm_year = 126;
-    a.tm_wday = 3; // fields outside the six compared are ignored
-    EXPECT_EQ(uTimePlanTmCompare(&a, &b), 0);
-    b.tm_sec = 1;
-    EXPECT_EQ(uTimePlanTmCompare(&a, &b), -1);
-    EXPECT_EQ(uTimePlanTmCompare(&b, &a), 1);
-    a.tm_year = 127; // the year decides before anything else
-    a.tm_mon = 0;
-    b.tm_mon = 11;
-    EXPECT_EQ(uTimePlanTmCompare(&a, &b), 1);
-    EXPECT_EQ(uTimePlanTmCompare(nullptr, &b), 0);
-    EXPECT_EQ(uTimePlanTmCompare(&a, nullptr), 0);
-}
-
 struct Expected {
     std::time_t start;
     std::time_t end;

@@ -102,14 +102,6 @@ class PlanCalls {
         std::lock_guard lock(mutex_);
         return calls_;
     }
-    int count(char kind, std::uintptr_t tag) const {
-        std::lock_guard lock(mutex_);
-        int n = 0;
-        for (const PlanCall &call : calls_) {
-            n += (call.kind == kind && call.tag == tag) ? 1 : 0;
-        }
-        return n;
-    }
 
   private:
     void record(char kind, void *arg) {
