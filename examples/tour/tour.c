@@ -368,6 +368,7 @@ int main(void) {
     tourStrings();
     tourStatusMapIds();
     tourTimersAndEvents();
+    tourTimePlan();
     tourJson();
     tourSockets();
     tourXml();

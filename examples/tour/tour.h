@@ -11,4 +11,7 @@ void tourSection(const char *title);
 /* XML parsing with the ampersand repair (tour_xml.c). */
 void tourXml(void);
 
+/* A daily time plan a few seconds ahead (tour_timeplan.c). */
+void tourTimePlan(void);
+
 #endif
