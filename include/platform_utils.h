@@ -16,8 +16,11 @@
 #include "ucsv.h"
 #include "uevent.h"
 #include "uasync.h"
+#include "umonitor.h"
+#include "uinputevent.h"
 #include "utimer.h"
 #include "utimeplan.h"
+#include "uintervalplan.h"
 #include "upara.h"
 #include "usocket.h"
 
