@@ -368,6 +368,9 @@ int main(void) {
     tourStrings();
     tourStatusMapIds();
     tourTimersAndEvents();
+    tourMonitor();
+    tourInputEvent();
+    tourIntervalPlan();
     tourJson();
     tourSockets();
     tourLogging();

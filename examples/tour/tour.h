@@ -8,4 +8,8 @@
 /* Prints a section heading. */
 void tourSection(const char *title);
 
+void tourMonitor(void);
+void tourInputEvent(void);
+void tourIntervalPlan(void);
+
 #endif
