@@ -148,14 +148,22 @@ uIntervalPlan *findPlan(uList *plans, std::int32_t id) {
 
 // ---- Actions of the state table; each runs with the mutex held ----------------------------
 
-int32_t uIntervalPlanStartProcess(void *argument) {
+// Tells the application code, then applies change to the plan. A callback that cannot be
+// queued is logged under the action's name and the plan stays as it was.
+template <typename Change>
+std::int32_t notifyThen(void *argument, std::int32_t code, const char *action, Change change) {
     auto *plan = static_cast<uIntervalPlan *>(argument);
     if (plan == nullptr) {
         return -1;
     }
-    if (!queueCallback(plan, U_INTERVAL_PLAN_STARTED)) {
-        return cbMissing("uIntervalPlanStartProcess");
+    if (!queueCallback(plan, code)) {
+        return cbMissing(action);
     }
+    change(plan);
+    return 0;
+}
+
+void startRun(uIntervalPlan *plan) {
     // A start by hand while waiting makes the waiting timer pointless; left armed it could
     // start a later wait early.
     dropTimer(plan);
@@ -163,7 +171,30 @@ int32_t uIntervalPlanStartProcess(void *argument) {
     // Counts down also from "no limit" (-1): a plan added with count 0 finishes after its
     // first run. Intended; do not special-case it.
     plan->count -= 1;
-    return 0;
+}
+
+void stopWaiting(uIntervalPlan *plan) {
+    dropTimer(plan);
+    removePlan(plan);
+}
+
+int32_t uIntervalPlanStartProcess(void *argument) {
+    return notifyThen(argument, U_INTERVAL_PLAN_STARTED, "uIntervalPlanStartProcess", startRun);
+}
+
+int32_t uIntervalPlanRuning2PauseProcess(void *argument) {
+    return notifyThen(argument, U_INTERVAL_PLAN_PAUSED, "uIntervalPlanRuning2PauseProcess",
+                      [](uIntervalPlan *plan) { plan->state = kRunningPaused; });
+}
+
+int32_t uIntervalPlanWaiting2StopProcess(void *argument) {
+    return notifyThen(argument, U_INTERVAL_PLAN_STOPPED, "uIntervalPlanWaiting2StopProcess",
+                      stopWaiting);
+}
+
+int32_t uIntervalPlanRuning2StopProcess(void *argument) {
+    return notifyThen(argument, U_INTERVAL_PLAN_STOPPED, "uIntervalPlanRuning2StopProcess",
+                      removePlan);
 }
 
 int32_t uIntervalPlanRuning2FinishProcess(void *argument) {
@@ -176,24 +207,13 @@ int32_t uIntervalPlanRuning2FinishProcess(void *argument) {
         uIntervalPlanDel(plan->id); // removes the plan: do not touch it afterwards
         return 0;
     }
+    // The wait starts even when the callback cannot be queued: the run is over either way.
     plan->timerId = static_cast<std::int32_t>(uTimerAddSec(
         uIntervalPlanTimeout, planArgument(plan->id), static_cast<std::uint32_t>(plan->interval)));
     plan->state = kWaiting;
     if (!queueCallback(plan, U_INTERVAL_PLAN_RUN_FINISHED)) {
         return cbMissing("uIntervalPlanRuning2FinishProcess");
     }
-    return 0;
-}
-
-int32_t uIntervalPlanRuning2PauseProcess(void *argument) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
-    if (plan == nullptr) {
-        return -1;
-    }
-    if (!queueCallback(plan, U_INTERVAL_PLAN_PAUSED)) {
-        return cbMissing("uIntervalPlanRuning2PauseProcess");
-    }
-    plan->state = kRunningPaused;
     return 0;
 }
 
@@ -211,6 +231,8 @@ int32_t uIntervalPlanWaiting2PauseProcess(void *argument) {
     return 0;
 }
 
+// Re-arms what was left of a paused wait. With nothing left the plan stays paused; it can only
+// be deleted then.
 std::int32_t resumeWaiting(uIntervalPlan *plan) {
     if (plan->count == kUnlimited || plan->count > 0) {
         if (plan->lastTimerRemainTime < 1) {
@@ -228,42 +250,11 @@ std::int32_t resumeWaiting(uIntervalPlan *plan) {
 
 int32_t uIntervalPlanPause2ResumeProcess(void *argument) {
     auto *plan = static_cast<uIntervalPlan *>(argument);
-    if (plan == nullptr) {
-        return -1;
-    }
-    if (plan->state == kWaitingPaused) {
+    if (plan != nullptr && plan->state == kWaitingPaused) {
         return resumeWaiting(plan);
     }
-    if (!queueCallback(plan, U_INTERVAL_PLAN_RESUMED)) {
-        return cbMissing("uIntervalPlanPause2ResumeProcess");
-    }
-    plan->state = kRunning;
-    return 0;
-}
-
-int32_t uIntervalPlanWaiting2StopProcess(void *argument) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
-    if (plan == nullptr) {
-        return -1;
-    }
-    if (!queueCallback(plan, U_INTERVAL_PLAN_STOPPED)) {
-        return cbMissing("uIntervalPlanWaiting2StopProcess");
-    }
-    dropTimer(plan);
-    removePlan(plan);
-    return 0;
-}
-
-int32_t uIntervalPlanRuning2StopProcess(void *argument) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
-    if (plan == nullptr) {
-        return -1;
-    }
-    if (!queueCallback(plan, U_INTERVAL_PLAN_STOPPED)) {
-        return cbMissing("uIntervalPlanRuning2StopProcess");
-    }
-    removePlan(plan);
-    return 0;
+    return notifyThen(argument, U_INTERVAL_PLAN_RESUMED, "uIntervalPlanPause2ResumeProcess",
+                      [](uIntervalPlan *resumed) { resumed->state = kRunning; });
 }
 
 struct Row {
