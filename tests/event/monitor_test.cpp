@@ -1,12 +1,8 @@
 // The task execution monitor: when overruns are reported, which brackets a stop closes, how names
 // and tags match, and that nothing is left behind when the monitor is not running or quits.
-#include <platform_sim.h>
-#include <platform_utils.h>
+#include "timer_harness.hpp"
 
 #include <log_capture.hpp>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -21,7 +17,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr const char *kModule = "basalt.utils.monitor";
-constexpr std::uint32_t kT0 = 200000; // ms of simulated up-time where every scenario begins
+// Simulated up-time in ms at which the current scenario begins.
+std::uint32_t t0 = 0;
 
 std::string expired(const std::string &name, const std::string &tag, int ms) {
     return "monitorLogOutput: ~~~~~~[" + name + "][0x" + tag + "] expired, occupy [" +
@@ -42,11 +39,13 @@ void waitForQuit() {
     ASSERT_TRUE(monitorGone());
 }
 
-// Runs one scenario against a fresh monitor with the up-time at kT0 + nowOffset (the "now" of
-// start messages) and returns the expiry lines it logged, in order.
+// Runs one scenario against a fresh monitor with the up-time at t0 + nowOffset (the "now" of
+// start messages) and returns the expiry lines it logged, in order. The simulated clock only
+// moves forward, through the timer harness, so the timer suites sharing it see no jump.
 template <typename Script> std::vector<std::string> scenario(std::uint32_t nowOffset, Script run) {
-    platformSimSetManual(1);
-    platformSimSetUpTime((kT0 + nowOffset) / 1000, (kT0 + nowOffset) % 1000 * 1000);
+    timerPowerHandle(); // simulated clock on
+    t0 = osaGetSysUpMs();
+    advance(nowOffset);
     LogCapture capture;
     uMonitorInit();
     run();
@@ -67,17 +66,17 @@ char tagA[] = "a1", tagB[] = "b2", tagC[] = "c3";
 TEST(Monitor, AnOverrunIsReportedAtItsStopWhateverItsSize) {
     EXPECT_THAT(scenario(0,
                          [] {
-                             uMonitorStart("load", tagA, kT0, 1000);
-                             uMonitorStop("load", tagA, kT0 + 1500);
+                             uMonitorStart("load", tagA, t0, 1000);
+                             uMonitorStop("load", tagA, t0 + 1500);
                          }),
                 ElementsAre(expired("load", "a1", 1500)));
     // Exactly at the limit is not an overrun; one millisecond past it is, even a short one.
     EXPECT_THAT(scenario(0,
                          [] {
-                             uMonitorStart("exact", tagA, kT0, 500);
-                             uMonitorStop("exact", tagA, kT0 + 500);
-                             uMonitorStart("short", tagA, kT0, 5);
-                             uMonitorStop("short", tagA, kT0 + 6);
+                             uMonitorStart("exact", tagA, t0, 500);
+                             uMonitorStop("exact", tagA, t0 + 500);
+                             uMonitorStart("short", tagA, t0, 5);
+                             uMonitorStop("short", tagA, t0 + 6);
                          }),
                 ElementsAre(expired("short", "a1", 6)));
 }
@@ -86,19 +85,19 @@ TEST(Monitor, OpenBracketsAreReportedByOtherMessagesOnlyFromOneSecondOn) {
     // 600 ms into a 500 ms bracket: later messages keep quiet, its own stop reports it.
     EXPECT_THAT(scenario(600,
                          [] {
-                             uMonitorStart("small", tagA, kT0, 500);
-                             uMonitorStart("other", tagB, kT0 + 600, 10000);
-                             uMonitorStop("other", tagB, kT0 + 600);
-                             uMonitorStop("small", tagA, kT0 + 600);
+                             uMonitorStart("small", tagA, t0, 500);
+                             uMonitorStart("other", tagB, t0 + 600, 10000);
+                             uMonitorStop("other", tagB, t0 + 600);
+                             uMonitorStop("small", tagA, t0 + 600);
                          }),
                 ElementsAre(expired("small", "a1", 600)));
     // 999 ms over a limit of 10 is still quiet; from 1000 ms on every message reports it.
     EXPECT_THAT(scenario(1000,
                          [] {
-                             uMonitorStart("long", tagA, kT0, 10);
-                             uMonitorStart("other", tagB, kT0 + 999, 10000); // now: 1000
-                             uMonitorStop("other", tagB, kT0 + 999);
-                             uMonitorStop("none", tagB, kT0 + 1000); // closes nothing
+                             uMonitorStart("long", tagA, t0, 10);
+                             uMonitorStart("other", tagB, t0 + 999, 10000); // now: 1000
+                             uMonitorStop("other", tagB, t0 + 999);
+                             uMonitorStop("none", tagB, t0 + 1000); // closes nothing
                          }),
                 ElementsAre(expired("long", "a1", 1000), expired("long", "a1", 1000)));
 }
@@ -106,14 +105,14 @@ TEST(Monitor, OpenBracketsAreReportedByOtherMessagesOnlyFromOneSecondOn) {
 TEST(Monitor, AStopClosesTheMatchingBracketAndEveryLaterOne) {
     EXPECT_THAT(scenario(0,
                          [] {
-                             uMonitorStart("outer", tagA, kT0, 100000);
-                             uMonitorStart("middle", tagB, kT0 + 10, 100);
-                             uMonitorStart("inner", tagC, kT0 + 20, 100000);
-                             uMonitorStop("outer", tagA, kT0 + 200);
+                             uMonitorStart("outer", tagA, t0, 100000);
+                             uMonitorStart("middle", tagB, t0 + 10, 100);
+                             uMonitorStart("inner", tagC, t0 + 20, 100000);
+                             uMonitorStop("outer", tagA, t0 + 200);
                              // Both later brackets went with "outer": stopping them late
                              // reports nothing.
-                             uMonitorStop("middle", tagB, kT0 + 50000);
-                             uMonitorStop("inner", tagC, kT0 + 500000);
+                             uMonitorStop("middle", tagB, t0 + 50000);
+                             uMonitorStop("inner", tagC, t0 + 500000);
                          }),
                 ElementsAre(expired("middle", "b2", 190)));
 }
@@ -124,14 +123,14 @@ TEST(Monitor, BracketsMatchByNameTextAndTagPointer) {
                  [] {
                      static char sameText[] = "a1"; // tagA's text, another pointer
                      static const std::string name = "job";
-                     uMonitorStart("job", tagA, kT0, 10);
-                     uMonitorStart(name.c_str(), sameText, kT0, 10);
+                     uMonitorStart("job", tagA, t0, 10);
+                     uMonitorStart(name.c_str(), sameText, t0, 10);
                      // Matches the second bracket only: the first is kept.
-                     uMonitorStop(name.c_str(), sameText, kT0 + 20);
-                     uMonitorStop("job", tagA, kT0 + 30);
+                     uMonitorStop(name.c_str(), sameText, t0 + 20);
+                     uMonitorStop("job", tagA, t0 + 30);
                      // A null name matches a null name and prints as empty.
-                     uMonitorStart(nullptr, nullptr, kT0, 10);
-                     uMonitorStop(nullptr, nullptr, kT0 + 40);
+                     uMonitorStart(nullptr, nullptr, t0, 10);
+                     uMonitorStop(nullptr, nullptr, t0 + 40);
                  }),
         ElementsAre(expired("job", "a1", 20), expired("job", "a1", 30), expired("", "", 40)));
 }
@@ -140,7 +139,7 @@ TEST(Monitor, QuitReleasesOpenBracketsWithoutReportingThem) {
     EXPECT_THAT(scenario(5000,
                          [] {
                              for (int i = 0; i < 20; ++i) {
-                                 uMonitorStart("left open", tagA, kT0 + 5000, 1);
+                                 uMonitorStart("left open", tagA, t0 + 5000, 1);
                              }
                          }),
                 IsEmpty());
@@ -150,8 +149,8 @@ TEST(Monitor, NothingIsPostedOrKeptWhileTheMonitorIsNotRunning) {
     ASSERT_TRUE(monitorGone());
     EXPECT_STREQ(gMonitorLog, kModule);
     LogCapture capture;
-    EXPECT_EQ(uMonitorStart("early", tagA, kT0, 10), -1); // its name copy must not leak
-    EXPECT_EQ(uMonitorStop("early", tagA, kT0), -1);
+    EXPECT_EQ(uMonitorStart("early", tagA, t0, 10), -1); // its name copy must not leak
+    EXPECT_EQ(uMonitorStop("early", tagA, t0), -1);
     EXPECT_EQ(uMonitorUninit(), -1);
     EXPECT_EQ(capture.count(2, kModule, "uMonitorUninit: msg Queue not create."), 1);
 }
@@ -161,13 +160,13 @@ TEST(Monitor, InitReportsSuccessAndASecondInitReplacesTheRunningMonitor) {
     uMonitorInit();
     const std::uint32_t first = std::atomic_ref<std::uint32_t>(gMonitorMsgQ).load();
     ASSERT_NE(first, 0U);
-    uMonitorStart("forgotten", tagA, kT0, 1);
+    uMonitorStart("forgotten", tagA, t0, 1);
     uMonitorInit();
     const std::uint32_t second = std::atomic_ref<std::uint32_t>(gMonitorMsgQ).load();
     EXPECT_NE(second, first);
     EXPECT_EQ(capture.count(1, kModule, "uMonitorInit: success."), 2);
     // The new monitor never saw "forgotten": stopping it reports nothing.
-    uMonitorStop("forgotten", tagA, kT0 + 100000);
+    uMonitorStop("forgotten", tagA, t0 + 100000);
     EXPECT_EQ(uMonitorUninit(), 0);
     waitForQuit();
     EXPECT_EQ(capture.countContaining(kModule, "expired"), 0) << capture.dump();
