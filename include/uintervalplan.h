@@ -45,8 +45,8 @@ PU_API void uIntervalPlanUninit(void);
  * uIntervalPlanStart. Returns the plan's id, or -1 for a null cb, a negative count or interval,
  * before init, when memory is short or all 100 ids are in use (logged).
  *
- * Note: the count 0 was once meant as "no limit", but a run always counts, so such a plan
- * finishes after its first run. */
+ * Count 0 is stored as "no limit", but the first start counts down from it too, so such a plan
+ * finishes at its first completion. */
 PU_API int32_t uIntervalPlanAdd(int32_t count, int32_t interval, uIntervalPlanCallback cb);
 
 /* The operations below return 0 when the plan's current state allows the operation (whatever
