@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -170,6 +172,63 @@ TEST(Monitor, InitReportsSuccessAndASecondInitReplacesTheRunningMonitor) {
     EXPECT_EQ(uMonitorUninit(), 0);
     waitForQuit();
     EXPECT_EQ(capture.countContaining(kModule, "expired"), 0) << capture.dump();
+}
+
+// Holds "tMonitor" inside its first expiry report until released, so the queue can be filled.
+class BlockingSink {
+  public:
+    BlockingSink() { platformSimSetLogSink(sink, this, 1); }
+    ~BlockingSink() {
+        release();
+        platformSimSetLogSink(nullptr, nullptr, 0);
+    }
+    void waitUntilBlocked() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return blocked_; });
+    }
+    void release() {
+        std::lock_guard lock(mutex_);
+        released_ = true;
+        changed_.notify_all();
+    }
+
+  private:
+    static void sink(void *context, int, const char *, const char *message) {
+        auto *self = static_cast<BlockingSink *>(context);
+        if (std::string(message).find("expired") == std::string::npos) {
+            return;
+        }
+        std::unique_lock lock(self->mutex_);
+        self->blocked_ = true;
+        self->changed_.notify_all();
+        self->changed_.wait(lock, [self] { return self->released_; });
+    }
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool blocked_ = false;
+    bool released_ = false;
+};
+
+TEST(Monitor, AFullQueueRefusesAtOnceAndNothingIsLost) {
+    timerPowerHandle();
+    t0 = osaGetSysUpMs();
+    BlockingSink sink;
+    uMonitorInit();
+    uMonitorStart("block", tagA, t0, 0);
+    uMonitorStop("block", tagA, t0 + 1); // reported: the task now waits in the sink
+    sink.waitUntilBlocked();
+    for (int i = 0; i < 60; ++i) {
+        ASSERT_EQ(uMonitorStart("queued", tagB, t0, 100000), 0) << i;
+    }
+    EXPECT_EQ(uMonitorStart("one too many", tagB, t0, 100000), -1);
+    EXPECT_EQ(uMonitorStop("one too many", tagB, t0), -1);
+    EXPECT_EQ(uMonitorUninit(), -1); // no room for the quit either
+    sink.release();
+    // Once the queue has room again the quit goes through; the 60 open brackets go with it.
+    while (uMonitorUninit() != 0) {
+        std::this_thread::yield();
+    }
+    waitForQuit();
 }
 
 } // namespace

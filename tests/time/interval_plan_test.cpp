@@ -57,6 +57,14 @@ bool planExists(std::int32_t id) {
     return capture.count(2, kModule, "uIntervalPlanResume, invaild task!") == 0;
 }
 
+// Runs one operation and waits for the callback it queued: callbacks queued back to back may
+// run in any order.
+std::int32_t settled(std::int32_t (*operation)(std::int32_t), std::int32_t id) {
+    const std::int32_t result = operation(id);
+    platformSimWaitPoolsIdle();
+    return result;
+}
+
 class IntervalPlanTest : public TimerTest {
   protected:
     void SetUp() override {
@@ -107,8 +115,8 @@ TEST_F(IntervalPlanTest, APlanRunsItsCountThenStopsAndIsRemoved) {
 
 TEST_F(IntervalPlanTest, CountZeroFinishesAtTheFirstCompletion) {
     const std::int32_t id = uIntervalPlanAdd(0, 1, recordCall);
-    uIntervalPlanStart(id);
-    uIntervalPlanComplete(id);
+    settled(uIntervalPlanStart, id);
+    settled(uIntervalPlanComplete, id);
     EXPECT_THAT(codesOf(id), ElementsAre(0, 1));
     EXPECT_FALSE(planExists(id));
 }
@@ -116,12 +124,12 @@ TEST_F(IntervalPlanTest, CountZeroFinishesAtTheFirstCompletion) {
 TEST_F(IntervalPlanTest, CountOneRunsOnceAndCountThreeThreeTimes) {
     const std::int32_t once = uIntervalPlanAdd(1, 1, recordCall);
     const std::int32_t thrice = uIntervalPlanAdd(3, 1, recordCall);
-    uIntervalPlanStart(once);
-    uIntervalPlanStart(thrice);
+    settled(uIntervalPlanStart, once);
+    settled(uIntervalPlanStart, thrice);
     LogCapture quiet;
     for (int run = 0; run < 3; ++run) {
-        uIntervalPlanComplete(once); // after the first run: no plan, logged
-        uIntervalPlanComplete(thrice);
+        settled(uIntervalPlanComplete, once); // after the first run: no plan, logged
+        settled(uIntervalPlanComplete, thrice);
         platformSimWaitPoolsIdle();
         advance(1000);
     }
@@ -131,8 +139,8 @@ TEST_F(IntervalPlanTest, CountOneRunsOnceAndCountThreeThreeTimes) {
 
 TEST_F(IntervalPlanTest, PausingAWaitKeepsItsRestToTheMillisecond) {
     const std::int32_t id = uIntervalPlanAdd(3, 10, recordCall);
-    uIntervalPlanStart(id);
-    uIntervalPlanComplete(id);
+    settled(uIntervalPlanStart, id);
+    settled(uIntervalPlanComplete, id);
     advance(2500);
     EXPECT_EQ(uIntervalPlanPause(id), 0); // 7.5 s of the wait left
     advance(60000);
@@ -144,12 +152,16 @@ TEST_F(IntervalPlanTest, PausingAWaitKeepsItsRestToTheMillisecond) {
 }
 
 TEST_F(IntervalPlanTest, PausingARunCallsBackBothWays) {
+    // Callbacks queued back to back may run in any order, so each is awaited.
     const std::int32_t id = uIntervalPlanAdd(2, 1, recordCall);
-    uIntervalPlanStart(id);
+    settled(uIntervalPlanStart, id);
+    EXPECT_THAT(codesOf(id), ElementsAre(0));
     EXPECT_EQ(uIntervalPlanPause(id), 0);
     EXPECT_EQ(uIntervalPlanPause(id), -1);    // already paused
     EXPECT_EQ(uIntervalPlanComplete(id), -1); // a paused run cannot complete
+    EXPECT_THAT(codesOf(id), ElementsAre(0, 3));
     EXPECT_EQ(uIntervalPlanResume(id), 0);
+    EXPECT_THAT(codesOf(id), ElementsAre(0, 3, 2));
     EXPECT_EQ(uIntervalPlanComplete(id), 0);
     EXPECT_THAT(codesOf(id), ElementsAre(0, 3, 2, 4));
 }
@@ -164,13 +176,13 @@ TEST_F(IntervalPlanTest, OperationsTheStateDoesNotAllowDoNothing) {
     EXPECT_TRUE(planExists(id));
     EXPECT_THAT(codesOf(id), IsEmpty());
 
-    uIntervalPlanStart(id);
+    settled(uIntervalPlanStart, id);
     EXPECT_EQ(uIntervalPlanStart(id), -1);  // running
     EXPECT_EQ(uIntervalPlanResume(id), -1); // running
-    uIntervalPlanComplete(id);
+    settled(uIntervalPlanComplete, id);
     EXPECT_EQ(uIntervalPlanComplete(id), -1); // waiting
     EXPECT_EQ(uIntervalPlanResume(id), -1);   // waiting
-    uIntervalPlanPause(id);
+    settled(uIntervalPlanPause, id);
     EXPECT_EQ(uIntervalPlanPause(id), -1);    // paused wait
     EXPECT_EQ(uIntervalPlanStart(id), -1);    // paused wait
     EXPECT_EQ(uIntervalPlanComplete(id), -1); // paused wait
@@ -184,12 +196,12 @@ TEST_F(IntervalPlanTest, DeletingStopsThePlanFromEveryStateButAdded) {
     const std::int32_t waiting = uIntervalPlanAdd(3, 5, recordCall);
     const std::int32_t waitPaused = uIntervalPlanAdd(3, 5, recordCall);
     for (std::int32_t id : {running, runPaused, waiting, waitPaused}) {
-        uIntervalPlanStart(id);
+        settled(uIntervalPlanStart, id);
     }
-    uIntervalPlanPause(runPaused);
-    uIntervalPlanComplete(waiting);
-    uIntervalPlanComplete(waitPaused);
-    uIntervalPlanPause(waitPaused);
+    settled(uIntervalPlanPause, runPaused);
+    settled(uIntervalPlanComplete, waiting);
+    settled(uIntervalPlanComplete, waitPaused);
+    settled(uIntervalPlanPause, waitPaused);
     platformSimWaitPoolsIdle();
     for (std::int32_t id : {running, runPaused, waiting, waitPaused}) {
         EXPECT_EQ(uIntervalPlanDel(id), 0);
@@ -203,8 +215,8 @@ TEST_F(IntervalPlanTest, DeletingStopsThePlanFromEveryStateButAdded) {
 TEST_F(IntervalPlanTest, ARemovedPlansIdComesBackWhenTheSearchWrapsRound) {
     const std::int32_t first = uIntervalPlanAdd(1, 0, recordCall);
     ASSERT_EQ(first, 1);
-    uIntervalPlanStart(first);
-    uIntervalPlanComplete(first);
+    settled(uIntervalPlanStart, first);
+    settled(uIntervalPlanComplete, first);
     EXPECT_THAT(codesOf(first), ElementsAre(0, 1));
     for (std::int32_t expected = 2; expected <= 100; ++expected) {
         ASSERT_EQ(uIntervalPlanAdd(1, 0, recordCall), expected);
@@ -218,9 +230,9 @@ TEST_F(IntervalPlanTest, ARemovedPlansIdComesBackWhenTheSearchWrapsRound) {
 TEST_F(IntervalPlanTest, ResumingAWaitWithNothingLeftStaysPaused) {
     // A wait of 0 s has 0 ms left until the next pass; paused then, there is nothing to re-arm.
     const std::int32_t id = uIntervalPlanAdd(2, 0, recordCall);
-    uIntervalPlanStart(id);
-    uIntervalPlanComplete(id);
-    uIntervalPlanPause(id);
+    settled(uIntervalPlanStart, id);
+    settled(uIntervalPlanComplete, id);
+    settled(uIntervalPlanPause, id);
     LogCapture capture;
     EXPECT_EQ(uIntervalPlanResume(id), 0);
     EXPECT_EQ(uIntervalPlanResume(id), 0); // still paused: the same row matches again
@@ -236,15 +248,45 @@ TEST_F(IntervalPlanTest, ResumingAWaitWithNothingLeftStaysPaused) {
 
 TEST_F(IntervalPlanTest, StartingAWaitingPlanByHandCancelsItsWait) {
     const std::int32_t id = uIntervalPlanAdd(3, 10, recordCall);
-    uIntervalPlanStart(id);
-    uIntervalPlanComplete(id);
+    settled(uIntervalPlanStart, id);
+    settled(uIntervalPlanComplete, id);
     advance(5000);
-    EXPECT_EQ(uIntervalPlanStart(id), 0);
-    uIntervalPlanComplete(id); // a new wait of 10 s from here
-    advance(5000);             // the first wait would have ended here
+    EXPECT_EQ(settled(uIntervalPlanStart, id), 0);
+    settled(uIntervalPlanComplete, id); // a new wait of 10 s from here
+    advance(5000);                      // the first wait would have ended here
     EXPECT_THAT(codesOf(id), ElementsAre(0, 4, 0, 4));
     advance(5000);
     EXPECT_THAT(codesOf(id), ElementsAre(0, 4, 0, 4, 0));
+}
+
+// A callback may drive its own plan: callbacks run on the pool without the plan lock.
+std::atomic<int> selfDrivenRuns{0};
+
+void completeEachRun(std::int32_t code, std::int32_t id) {
+    recordCall(code, id);
+    if (code == U_INTERVAL_PLAN_STARTED) {
+        selfDrivenRuns.fetch_add(1);
+        settled(uIntervalPlanComplete, id);
+    }
+}
+
+TEST_F(IntervalPlanTest, ACallbackMayCompleteItsOwnRun) {
+    selfDrivenRuns = 0;
+    const std::int32_t id = uIntervalPlanAdd(3, 2, completeEachRun);
+    uIntervalPlanStart(id);
+    platformSimWaitPoolsIdle();
+    EXPECT_EQ(selfDrivenRuns.load(), 1);
+    advance(2000);
+    EXPECT_EQ(selfDrivenRuns.load(), 2);
+    advance(2000);
+    EXPECT_EQ(selfDrivenRuns.load(), 3);
+    advance(2000);
+    EXPECT_EQ(selfDrivenRuns.load(), 3);
+    const std::vector<std::int32_t> codes = codesOf(id);
+    EXPECT_EQ(std::count(codes.begin(), codes.end(), 0), 3);
+    EXPECT_EQ(std::count(codes.begin(), codes.end(), 4), 2);
+    EXPECT_EQ(codes.back(), 1);
+    EXPECT_FALSE(planExists(id));
 }
 
 TEST_F(IntervalPlanTest, RefusedInputIsLogged) {
