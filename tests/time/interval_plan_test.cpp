@@ -266,7 +266,7 @@ void completeEachRun(std::int32_t code, std::int32_t id) {
     recordCall(code, id);
     if (code == U_INTERVAL_PLAN_STARTED) {
         selfDrivenRuns.fetch_add(1);
-        settled(uIntervalPlanComplete, id);
+        uIntervalPlanComplete(id);
     }
 }
 
