@@ -369,6 +369,10 @@ int main(void) {
     tourStatusMapIds();
     tourTimersAndEvents();
     tourTimePlan();
+
+    tourMonitor();
+    tourInputEvent();
+    tourIntervalPlan();
     tourJson();
     tourSockets();
     tourXml();

@@ -14,4 +14,8 @@ void tourXml(void);
 /* A daily time plan a few seconds ahead (tour_timeplan.c). */
 void tourTimePlan(void);
 
+void tourMonitor(void);
+void tourInputEvent(void);
+void tourIntervalPlan(void);
+
 #endif
