@@ -369,7 +369,6 @@ int main(void) {
     tourStatusMapIds();
     tourTimersAndEvents();
     tourTimePlan();
-
     tourMonitor();
     tourInputEvent();
     tourIntervalPlan();
