@@ -20,5 +20,10 @@
 #include "utimeplan.h"
 #include "upara.h"
 #include "usocket.h"
+#include "ub64.h"
+#include "udigest.h"
+#include "uaes.h"
+#include "uuuid.h"
+#include "ufile.h"
 
 #endif /* PLATFORM_UTILS_H */
