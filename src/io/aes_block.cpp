@@ -117,8 +117,9 @@ void xorBlock(std::uint8_t *target, const std::uint8_t *with) {
 }
 
 // The raw key, which the first words of the encryption round keys are.
-void rawKey(const keyInstance *key, std::uint8_t *out) {
-    for (int i = 0; i < key->keyLen / 32; ++i) {
+void rawKey(const keyInstance *key, std::uint8_t (&out)[32]) {
+    const int words = key->keyLen == 128 ? 4 : key->keyLen == 192 ? 6 : 8;
+    for (int i = 0; i < words; ++i) {
         storeBig(out + 4 * i, key->ek[i]);
     }
 }

@@ -32,6 +32,23 @@ struct MacContextFree {
     void operator()(EVP_MAC_CTX *ctx) const { EVP_MAC_CTX_free(ctx); }
 };
 
+// An HMAC-SHA-256 context per thread, re-keyed by each call: setting the digest by name costs
+// more than the MAC of a short message.
+EVP_MAC_CTX *threadHmacContext() {
+    thread_local const std::unique_ptr<EVP_MAC_CTX, MacContextFree> ctx = [] {
+        std::unique_ptr<EVP_MAC_CTX, MacContextFree> made(EVP_MAC_CTX_new(pu::io::hmac()));
+        char digestName[] = "SHA2-256";
+        const OSSL_PARAM params[] = {
+            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digestName, 0),
+            OSSL_PARAM_construct_end()};
+        if (made && EVP_MAC_CTX_set_params(made.get(), params) != 1) {
+            made.reset();
+        }
+        return made;
+    }();
+    return ctx.get();
+}
+
 } // namespace
 
 extern "C" {
@@ -110,20 +127,16 @@ int32_t uDigestHmacSha256it(const uint8_t *data, uint32_t length, const uint8_t 
         *outputLength < kSha256Size || key == nullptr || keyLength < kHmacKeyMinimum) {
         return -1;
     }
-    std::unique_ptr<EVP_MAC_CTX, MacContextFree> ctx(EVP_MAC_CTX_new(pu::io::hmac()));
-    if (!ctx) {
+    EVP_MAC_CTX *ctx = threadHmacContext();
+    if (ctx == nullptr) {
         return -1;
     }
-    char digestName[] = "SHA2-256";
-    const OSSL_PARAM params[] = {
-        OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digestName, 0),
-        OSSL_PARAM_construct_end()};
-    // With a valid key and digest these cannot fail short of memory, which the context
-    // allocation above has already met; their results are not looked at.
-    EVP_MAC_init(ctx.get(), key, keyLength, params);
-    EVP_MAC_update(ctx.get(), data, length);
+    // With a valid key these cannot fail short of memory, which the context above has already
+    // met; their results are not looked at.
+    EVP_MAC_init(ctx, key, keyLength, nullptr);
+    EVP_MAC_update(ctx, data, length);
     size_t written = 0;
-    EVP_MAC_final(ctx.get(), output, &written, *outputLength);
+    EVP_MAC_final(ctx, output, &written, *outputLength);
     *outputLength = static_cast<uint32_t>(written);
     return 0;
 }
