@@ -370,6 +370,7 @@ int main(void) {
     tourTimersAndEvents();
     tourJson();
     tourSockets();
+    tourCrypto();
     tourLogging();
     printf("\ntour finished\n");
     return 0;

@@ -8,4 +8,7 @@
 /* Prints a section heading. */
 void tourSection(const char *title);
 
+/* AES over a text, digests and a UUID (tour_crypto.c). */
+void tourCrypto(void);
+
 #endif
