@@ -124,12 +124,14 @@ PU_API void rijndaelDecrypt(const uint32_t rk[], int Nr, const uint8_t ct[16], u
 PU_API int32_t uAesEncrypt(const char *key, const uint8_t *input, int32_t length, uint8_t *output);
 
 /* Decrypts what uAesEncrypt wrote (cipher text, then the vector) into output, which needs
- * length - 16 bytes. Returns the plain bytes written, or 0 (logged) for a null input or output,
- * a length that is not whole blocks of at least 32 bytes, a bad key or no memory. A wrong key or
- * corrupt data normally fails the padding test: "The data is invalid." is logged and the bytes
- * decrypted before the last piece of 64 KiB are returned. Inputs whose length is 16 or 32 bytes
- * beyond a multiple of 64 KiB take their last blocks twice; that logs "The data is invalid." as
- * well, after the plain bytes were written and counted. */
+ * length bytes. Returns the plain bytes written, or 0 (logged) for a null input or output, a
+ * length that is not whole blocks of at least 32 bytes, a bad key or no memory. A wrong key or
+ * corrupt data normally fails the padding test: "The data is invalid." is logged and the bytes of
+ * the whole 64 KiB pieces before the last are returned. The last piece is read twice when one or
+ * two blocks follow a whole piece, as stored data always was: with a plain length 1..15 bytes past
+ * a multiple of 64 KiB (and above 64 KiB) those bytes come out, and count, twice; with a plain
+ * length that is a multiple of 64 KiB or 1..16 bytes short of one, the second read logs "The data
+ * is invalid." after the right bytes were written and counted. */
 PU_API int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8_t *output);
 
 /* Encrypts length bytes of input with AES-CBC under the raw key of keyBits (128, 192, 256) and
