@@ -1,8 +1,6 @@
 // uAesCbcDecrypt on arbitrary text with arbitrary work size and length limit, into an output of
 // exactly the documented size (limit + 1).
-#include "str_fuzz_support.hpp"
-
-#include <fuzzer/FuzzedDataProvider.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <memory>
 
@@ -12,8 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const uint32_t maxPlain = input.ConsumeIntegralInRange<uint32_t>(0, 700);
     const int32_t keyBits = 128 + 64 * input.ConsumeIntegralInRange<int32_t>(0, 2);
     const std::string iv = input.ConsumeRandomLengthString(20);
-    std::string text = input.ConsumeRemainingBytesAsString();
-    text.resize(std::strlen(text.c_str()));
+    const std::string text = pu::fuzz::remainingText(input);
 
     const uint8_t key[32] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16,
                              17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32};

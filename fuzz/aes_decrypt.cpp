@@ -1,22 +1,12 @@
 // uAesDecrypt with a fixed key on arbitrary input, optionally behind whole 64 KiB pieces so the
 // piece logic is reached, into an output of exactly the input's length.
-#include "str_fuzz_support.hpp"
-
-#include <platform_sim.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <memory>
 
-namespace {
-
-void ignoreLine(void *, int, const char *, const char *) {}
-
-} // namespace
-
 // Every refusal logs at level 3; the lines are of no interest here.
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    platformSimSetLogSink(ignoreLine, nullptr, 1);
+    pu::fuzz::silenceLog();
     return 0;
 }
 

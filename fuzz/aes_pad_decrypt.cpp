@@ -3,9 +3,7 @@
 // 1..16 bytes (0..15 in ECB) of the last block.
 #include <uaes.h>
 
-#include "str_fuzz_support.hpp"
-
-#include <fuzzer/FuzzedDataProvider.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <memory>
 

@@ -1,9 +1,7 @@
 // uB64_pton_strictly in both modes on arbitrary text, into buffers of exactly the room given:
 // a strict success must re-encode to the text without its blanks, lenient decoding must agree
 // with it, and counting without output must give the same count.
-#include "str_fuzz_support.hpp"
-
-#include <fuzzer/FuzzedDataProvider.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <cctype>
 #include <memory>
@@ -11,8 +9,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider input(data, size);
     const uint32_t room = input.ConsumeIntegralInRange<uint32_t>(0, 600);
-    std::string text = input.ConsumeRemainingBytesAsString();
-    text.resize(std::strlen(text.c_str()));
+    const std::string text = pu::fuzz::remainingText(input);
 
     auto strictOut = std::make_unique<uint8_t[]>(room);
     auto lenientOut = std::make_unique<uint8_t[]>(room);

@@ -1,9 +1,7 @@
 // uB64_debase64url on arbitrary text, and uB64_base64url on arbitrary bytes: whatever decodes
 // re-encodes to the same text, and encoded text decodes back exactly when its length is one the
 // padding rule restores (0, 10 or 11 modulo 12).
-#include "str_fuzz_support.hpp"
-
-#include <fuzzer/FuzzedDataProvider.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <cctype>
 #include <memory>
@@ -14,8 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const uint32_t room = input.ConsumeIntegralInRange<uint32_t>(1, 600);
     auto out = std::make_unique<uint8_t[]>(room);
     if (fromText) {
-        std::string text = input.ConsumeRemainingBytesAsString();
-        text.resize(std::strlen(text.c_str()));
+        const std::string text = pu::fuzz::remainingText(input);
         const int32_t n = uB64_debase64url(text.c_str(), out.get(), room);
         pu::fuzz::require(n >= -1 && n <= static_cast<int32_t>(room), "count out of range");
         if (n > 0) {

@@ -1,8 +1,6 @@
 // uStrToHex on arbitrary text into an output of exactly the size given: never more bytes than
 // room or pairs, and plain hexadecimal text is read whole.
-#include "str_fuzz_support.hpp"
-
-#include <fuzzer/FuzzedDataProvider.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <cctype>
 #include <memory>
@@ -10,8 +8,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider input(data, size);
     const uint32_t room = input.ConsumeIntegralInRange<uint32_t>(0, 300);
-    std::string text = input.ConsumeRemainingBytesAsString();
-    text.resize(std::strlen(text.c_str()));
+    const std::string text = pu::fuzz::remainingText(input);
 
     auto out = std::make_unique<uint8_t[]>(room);
     const int32_t n = uStrToHex(text.c_str(), out.get(), room);

@@ -1,20 +1,12 @@
 // uFileWavHeaderFullCheck on arbitrary buffers of exactly their length (ASan sees any read
 // beyond it); an accepted buffer has RIFF/WAVE tags, 1 or 2 channels and a supported format.
-#include "str_fuzz_support.hpp"
-
-#include <platform_sim.h>
+#include "crypto_fuzz_support.hpp"
 
 #include <memory>
 
-namespace {
-
-void ignoreLine(void *, int, const char *, const char *) {}
-
-} // namespace
-
 // Every step logs; the lines are of no interest here.
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    platformSimSetLogSink(ignoreLine, nullptr, 1);
+    pu::fuzz::silenceLog();
     return 0;
 }
 

@@ -2,6 +2,7 @@
 // and padding. The single-block functions run on our own tables; whole runs of ECB and CBC
 // blocks go to OpenSSL, which uses the CPU's AES instructions, with the tables as fallback.
 #include <uaes.h>
+#include <ustrconv.h>
 
 #include "io/openssl_algorithms.hpp"
 
@@ -181,24 +182,12 @@ void runCfb1(cipherInstance *cipher, const keyInstance *key, bool encrypt, const
     }
 }
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 // Reads count bytes from 2 * count hexadecimal characters.
 bool parseHex(const char *text, std::size_t count, std::uint8_t *out) {
     for (std::size_t i = 0; i < count; ++i) {
-        const int high = hexValue(text[2 * i]);
-        const int low = high < 0 ? -1 : hexValue(text[2 * i + 1]);
+        const int high = uStrHexCharToInteger(static_cast<unsigned char>(text[2 * i]));
+        const int low =
+            high < 0 ? -1 : uStrHexCharToInteger(static_cast<unsigned char>(text[2 * i + 1]));
         if (low < 0) {
             return false;
         }

@@ -46,16 +46,14 @@ void makeVector(uint8_t *iv) {
     }
 }
 
-bool validKeyBits(int32_t keyBits) {
-    return keyBits == 128 || keyBits == 192 || keyBits == 256;
-}
-
-// The first (up to) 16 bytes of the text as they are, zero-filled behind.
-void vectorFromText(const char *text, uint8_t *iv) {
+// The cipher of the base64 pair for keyBits (null for a length other than 128, 192 or 256),
+// and its vector: the first (up to) 16 bytes of the text as they are, zero-filled behind.
+const EVP_CIPHER *cbcCipher(int32_t keyBits, const char *text, uint8_t *iv) {
     std::memset(iv, 0, kBlock);
     if (text != nullptr) {
         std::memcpy(iv, text, strnlen(text, kBlock));
     }
+    return pu::io::aesCipher(keyBits, true);
 }
 
 std::size_t roundUpToBlock(std::size_t length) {
@@ -200,15 +198,11 @@ int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8
 
 int32_t uAesCbcEncrypt(const uint8_t *key, const uint8_t *input, uint32_t length, char *output,
                        uint32_t outputSize, const char *iv, int32_t keyBits) {
-    if (output == nullptr || input == nullptr || key == nullptr || !validKeyBits(keyBits)) {
-        return 0;
-    }
-    const EVP_CIPHER *cipher = pu::io::aesCipher(keyBits, true);
-    if (cipher == nullptr) {
-        return 0;
-    }
     uint8_t vector[kBlock];
-    vectorFromText(iv, vector);
+    const EVP_CIPHER *cipher = cbcCipher(keyBits, iv, vector);
+    if (output == nullptr || input == nullptr || key == nullptr || cipher == nullptr) {
+        return 0;
+    }
     const uint64_t blocks = length / kBlock + 1;
     if (blocks * 64 / 3 + 4 > outputSize) {
         return 0;
@@ -231,15 +225,11 @@ int32_t uAesCbcEncrypt(const uint8_t *key, const uint8_t *input, uint32_t length
 
 int32_t uAesCbcDecrypt(const uint8_t *key, const char *text, uint32_t workSize, uint8_t *output,
                        uint32_t maxPlainLength, const char *iv, int32_t keyBits) {
-    if (output == nullptr || text == nullptr || key == nullptr || !validKeyBits(keyBits)) {
-        return 0;
-    }
-    const EVP_CIPHER *cipher = pu::io::aesCipher(keyBits, true);
-    if (cipher == nullptr) {
-        return 0;
-    }
     uint8_t vector[kBlock];
-    vectorFromText(iv, vector);
+    const EVP_CIPHER *cipher = cbcCipher(keyBits, iv, vector);
+    if (output == nullptr || text == nullptr || key == nullptr || cipher == nullptr) {
+        return 0;
+    }
     // Rounded up so that a partial last block can be read whole, as the cipher reads it; the
     // bytes behind the decoded ones are zero.
     WorkBuffer work = allocate(roundUpToBlock(workSize) + kBlock);
