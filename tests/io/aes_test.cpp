@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -387,6 +388,30 @@ TEST(AesWrap, WrongKeysAndCorruptPaddingFailInTheLastPiece) {
         EXPECT_EQ(decrypt(body, back), 0) << last;
     }
     EXPECT_EQ(log.count(3, kAes, "The data is invalid."), 5);
+}
+
+TEST(AesWrap, TheVectorComesFromRandSeededWithTheTime) {
+    // The seed is the time in seconds, so the vector is predictable within a second; repeat
+    // the call if the second turned while it ran.
+    const Bytes plain = asBytes("x");
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        const time_t before = time(nullptr);
+        uint8_t first[48], second[48];
+        ASSERT_EQ(uAesEncrypt(kKeyHex.c_str(), plain.data(), 1, first), 32);
+        ASSERT_EQ(uAesEncrypt(kKeyHex.c_str(), plain.data(), 1, second), 32);
+        if (time(nullptr) != before) {
+            continue;
+        }
+        srand(static_cast<unsigned>(before));
+        uint8_t expected[16] = {};
+        for (int i = 15; i >= 0; --i) {
+            expected[i] = static_cast<uint8_t>(expected[i] + rand());
+        }
+        EXPECT_EQ(toHex(first + 16, 16), toHex(expected, 16));
+        EXPECT_EQ(std::memcmp(first, second, 32), 0);
+        return;
+    }
+    FAIL() << "the clock kept turning";
 }
 
 TEST(AesWrap, ConcurrentCallsKeepTheirOwnState) {

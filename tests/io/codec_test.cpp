@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -379,6 +380,39 @@ TEST(Digest, HmacSha256Rfc4231WithLongKeysAndTheKeyMinimum) {
     EXPECT_EQ(uDigestHmacSha256it(data.data(), 7, nullptr, 32, out, &length), -1);
     EXPECT_EQ(uDigestHmacSha256it(data.data(), 7, key.data(), 32, nullptr, &length), -1);
     EXPECT_EQ(uDigestHmacSha256it(data.data(), 7, key.data(), 32, out, nullptr), -1);
+}
+
+TEST(Digest, ThreadsKeepTheirOwnContexts) {
+    const Bytes key(32, 0x42);
+    const Bytes data = pattern(3000, 8);
+    uint8_t sha[32], md5[16], mac[32];
+    uint32_t macLength = sizeof mac;
+    uDigestSha256it(data.data(), 3000, sha, sizeof sha);
+    uDigestMD5(data.data(), 3000, md5, sizeof md5);
+    uDigestHmacSha256it(data.data(), 3000, key.data(), 32, mac, &macLength);
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (std::size_t t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 200; ++round) {
+                uint8_t s[32], m[16], h[32];
+                uint32_t length = sizeof h;
+                const uint32_t n = 3000 - static_cast<uint32_t>(t % 2); // two inputs interleave
+                uDigestSha256it(data.data(), n, s, sizeof s);
+                uDigestMD5(data.data(), n, m, sizeof m);
+                uDigestHmacSha256it(data.data(), n, key.data(), 32, h, &length);
+                const bool same = std::memcmp(s, sha, 32) == 0 && std::memcmp(m, md5, 16) == 0 &&
+                                  std::memcmp(h, mac, 32) == 0;
+                if (same != (n == 3000)) {
+                    ++mismatches[t];
+                }
+            }
+        });
+    }
+    for (auto &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
 }
 
 } // namespace
