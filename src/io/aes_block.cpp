@@ -389,7 +389,7 @@ int blockDecrypt(cipherInstance *cipher, keyInstance *key, const uint8_t *input,
     const std::size_t length = static_cast<std::size_t>(inputLen) / kBlock * kBlock;
     if (blockMode(cipher->mode)) {
         const bool cbc = cipher->mode == U_AES_MODE_CBC;
-        std::uint8_t lastCipher[kBlock];
+        std::uint8_t lastCipher[kBlock] = {};
         if (length > 0) {
             std::memcpy(lastCipher, input + length - kBlock, kBlock);
         }
