@@ -27,7 +27,11 @@ struct FreeWithUFree {
 };
 using WorkBuffer = std::unique_ptr<uint8_t, FreeWithUFree>;
 
+// Null also for sizes uMalloc cannot be asked for.
 WorkBuffer allocate(std::size_t size) {
+    if (size > UINT32_MAX) {
+        return nullptr;
+    }
     return WorkBuffer(static_cast<uint8_t *>(uMalloc(static_cast<uint32_t>(size))));
 }
 

@@ -603,6 +603,8 @@ TEST(AesCbcText, RefusalsAndSizeLimits) {
     EXPECT_EQ(uAesCbcDecrypt(key.data(), text, 47, plain, 100, nullptr, 256), 0);
     EXPECT_GT(uAesCbcDecrypt(key.data(), text, 48, plain, 48, nullptr, 256), 0);
     EXPECT_EQ(uAesCbcDecrypt(key.data(), "not base64!", 64, plain, 100, nullptr, 256), 0);
+    // A work size beyond what can be allocated is refused, not cut to a small buffer.
+    EXPECT_EQ(uAesCbcDecrypt(key.data(), text, 0xFFFFFFF8u, plain, 100, nullptr, 256), 0);
     EXPECT_EQ(uAesCbcDecrypt(key.data(), "", 64, plain, 100, nullptr, 256), 0);
 }
 
