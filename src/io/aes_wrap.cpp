@@ -39,6 +39,15 @@ void logError(const char *format, const char *function) {
     basaltPrintLog(pu::log::kError, pu::log::kAes, format, function);
 }
 
+// The work buffer of the 64 KiB pair; a failure is logged for function.
+WorkBuffer allocateWork(const char *function) {
+    WorkBuffer work = allocate(kWorkSize);
+    if (!work) {
+        logError("%s malloc error.", function);
+    }
+    return work;
+}
+
 // The vector of one encryption: rand() seeded with the time. The buffer whose word sum the seed
 // also takes in is freshly zeroed, so the time alone decides; calls within one second share a
 // vector. The bytes start cleared so the vector depends on nothing else.
@@ -88,9 +97,8 @@ int32_t uAesEncrypt(const char *key, const uint8_t *input, int32_t length, uint8
         logError("%s Parameter is null.", kName);
         return 0;
     }
-    WorkBuffer work = allocate(kWorkSize);
+    WorkBuffer work = allocateWork(kName);
     if (!work) {
-        logError("%s malloc error.", kName);
         return 0;
     }
     cipherInstance cipher{};
@@ -146,9 +154,8 @@ int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8
         logError("%s key error", kName);
         return 0;
     }
-    WorkBuffer work = allocate(kWorkSize);
+    WorkBuffer work = allocateWork(kName);
     if (!work) {
-        logError("%s malloc error.", kName);
         return 0;
     }
     cipher.mode = U_AES_MODE_CBC;
