@@ -24,5 +24,10 @@
 #include "upara.h"
 #include "usocket.h"
 #include "uxmlparser.h"
+#include "ub64.h"
+#include "udigest.h"
+#include "uaes.h"
+#include "uuuid.h"
+#include "ufile.h"
 
 #endif /* PLATFORM_UTILS_H */

@@ -374,6 +374,7 @@ int main(void) {
     tourIntervalPlan();
     tourJson();
     tourSockets();
+    tourCrypto();
     tourXml();
     tourLogging();
     printf("\ntour finished\n");

@@ -18,4 +18,7 @@ void tourMonitor(void);
 void tourInputEvent(void);
 void tourIntervalPlan(void);
 
+/* AES over a text, digests and a UUID (tour_crypto.c). */
+void tourCrypto(void);
+
 #endif
