@@ -14,11 +14,13 @@
 #include "ustr.h"
 #include "ustrconv.h"
 #include "ucsv.h"
+#include "ustrurl.h"
 #include "uevent.h"
 #include "uasync.h"
 #include "utimer.h"
 #include "utimeplan.h"
 #include "upara.h"
+#include "uparaurl.h"
 #include "usocket.h"
 
 #endif /* PLATFORM_UTILS_H */
