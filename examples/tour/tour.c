@@ -369,6 +369,7 @@ int main(void) {
     tourStatusMapIds();
     tourTimersAndEvents();
     tourJson();
+    tourUrl();
     tourSockets();
     tourLogging();
     printf("\ntour finished\n");

@@ -8,4 +8,7 @@
 /* Prints a section heading. */
 void tourSection(const char *title);
 
+/* URL parsing, rebuilding, credential removal and queries (tour_url.c). */
+void tourUrl(void);
+
 #endif
