@@ -272,27 +272,25 @@ bool appendAll(const UStrUrlPara *rec, char *out, std::size_t size) {
     return true;
 }
 
-// An IPv6 address text (cut through the 48-byte working buffer, longer than any valid one).
-bool isIPv6(std::string_view text) {
+// Whether text is an address of the family (AF_INET or AF_INET6). Addresses go through a
+// 48-byte working buffer; every valid one fits.
+bool isAddress(std::string_view text, int family) {
     constexpr std::size_t kWorkSize = 48;
     if (text.size() >= kWorkSize) {
         return false;
     }
     char work[kWorkSize] = {};
     std::memcpy(work, text.data(), text.size());
-    in6_addr address{};
-    return inet_pton(AF_INET6, work, &address) == 1;
+    in6_addr address{}; // large enough for either family
+    return inet_pton(family, work, &address) == 1;
+}
+
+bool isIPv6(std::string_view text) {
+    return isAddress(text, AF_INET6);
 }
 
 bool isIPv4(std::string_view text) {
-    constexpr std::size_t kWorkSize = 48;
-    if (text.size() >= kWorkSize) {
-        return false;
-    }
-    char work[kWorkSize] = {};
-    std::memcpy(work, text.data(), text.size());
-    in_addr address{};
-    return inet_pton(AF_INET, work, &address) == 1;
+    return isAddress(text, AF_INET);
 }
 
 // The low 16 bits of a decimal port that uStrIsDigit accepted (blanks around it allowed).
