@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -159,6 +160,38 @@ void collectVariables(uList *templSegments, uList *urlSegments, uList *pairs) {
     }
 }
 
+// What the host-name pattern and the all-digits pattern answer together for a text made only of
+// letters, digits, '-' and '.': neither a scheme, user part, literal ')' nor port can match
+// there, so the text must be dot-separated labels of 1 to 63 letters, digits and inner '-',
+// and is refused when there are two labels or more and the last is all digits. Null when the
+// text holds other characters and the patterns must decide.
+std::optional<bool> plainHostNameAnswer(std::string_view text) {
+    if (text.find_first_not_of(
+            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.") !=
+        std::string_view::npos) {
+        return std::nullopt;
+    }
+    constexpr std::size_t kMaxLabel = 63;
+    std::size_t labels = 0;
+    bool lastAllDigits = false;
+    for (std::size_t start = 0;;) {
+        const std::size_t dot = text.find('.', start);
+        const std::string_view label =
+            text.substr(start, dot == std::string_view::npos ? dot : dot - start);
+        if (label.empty() || label.size() > kMaxLabel || label.front() == '-' ||
+            label.back() == '-') {
+            return false;
+        }
+        ++labels;
+        lastAllDigits = label.find_first_not_of("0123456789") == std::string_view::npos;
+        if (dot == std::string_view::npos) {
+            break;
+        }
+        start = dot + 1;
+    }
+    return !(labels >= 2 && lastAllDigits);
+}
+
 } // namespace
 
 extern "C" {
@@ -170,6 +203,9 @@ int32_t uParaUrlCheck(const char *url) {
 int32_t uParaUrlDomainCheck(const char *name) {
     if (name == nullptr) {
         return 0;
+    }
+    if (const std::optional<bool> answer = plainHostNameAnswer(name)) {
+        return *answer ? 1 : 0; // the common case, without running the patterns
     }
     const UrlPatterns &patterns = UrlPatterns::instance();
     return patterns.matches(pu::para::kHostNamePattern, name) && !patterns.allDigitsMatches(name)

@@ -29,8 +29,13 @@ bool keptByPreEncoding(unsigned char c) {
 }
 
 // url into work (3 * strlen(url) + 1 bytes, zeroed), pre-encoded when the validator refuses it.
+// A URL made only of kept characters comes out the same either way, so it is not validated.
 void prepareForParsing(const char *url, char *work) {
-    if (uParaUrlCheck(url) == 1) {
+    bool allKept = true;
+    for (const char *p = url; *p != '\0' && allKept; ++p) {
+        allKept = keptByPreEncoding(static_cast<unsigned char>(*p));
+    }
+    if (allKept || uParaUrlCheck(url) == 1) {
         std::strcpy(work, url);
         return;
     }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "para/url_patterns.hpp"
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -77,6 +79,48 @@ TEST(UrlCheck, DomainNames) {
     EXPECT_EQ(0, uParaUrlDomainCheck("a..b"));
     EXPECT_EQ(0, uParaUrlDomainCheck(""));
     EXPECT_EQ(0, uParaUrlDomainCheck(nullptr));
+}
+
+// The host-name check answers plain names without running the patterns; every short name over
+// letters, digits, '-' and '.' must get the answer the patterns give.
+TEST(UrlCheck, PlainHostNamesAgreeWithThePatterns) {
+    regex_t hostName;
+    regex_t allDigits;
+    ASSERT_EQ(0, regcomp(&hostName, pu::para::kUrlPatterns[pu::para::kHostNamePattern],
+                         REG_EXTENDED | REG_NEWLINE));
+    ASSERT_EQ(0, regcomp(&allDigits, pu::para::kAllDigitsPattern, REG_EXTENDED | REG_NEWLINE));
+    auto expected = [&](const std::string &name) {
+        return regexec(&hostName, name.c_str(), 0, nullptr, 0) == 0 &&
+               regexec(&allDigits, name.c_str(), 0, nullptr, 0) != 0;
+    };
+    std::vector<std::string> names = {""};
+    const std::string alphabet = "a1-.";
+    for (std::size_t from = 0, length = 0; length < 6; ++length) {
+        const std::size_t to = names.size();
+        for (std::size_t i = from; i < to; ++i) {
+            for (const char c : alphabet) {
+                names.push_back(names[i] + c);
+            }
+        }
+        from = to;
+    }
+    for (const std::string &label :
+         {std::string(62, 'x'), std::string(63, '9'), std::string(64, 'y')}) {
+        names.push_back(label);
+        names.push_back("a." + label);
+        names.push_back(label + ".b");
+    }
+    int disagreements = 0;
+    for (const std::string &name : names) {
+        if ((uParaUrlDomainCheck(name.c_str()) == 1) != expected(name)) {
+            ADD_FAILURE() << "'" << name << "'";
+            if (++disagreements > 10) {
+                break;
+            }
+        }
+    }
+    regfree(&hostName);
+    regfree(&allDigits);
 }
 
 TEST(UrlCheck, ConcurrentFirstUseAgreesWithSerialAnswers) {
