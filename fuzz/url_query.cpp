@@ -11,9 +11,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     uList *pairs = uParaUrlQuery(query.c_str());
     if (pairs != nullptr) {
-        char found[16];
-        uParaQueryValueGet(pairs, key.c_str(), found, sizeof(found));
-        pu::fuzz::requireTerminated(found, sizeof(found), "value not terminated");
+        pu::fuzz::ExactBuffer found(1 + size % 16);
+        if (uParaQueryValueGet(pairs, key.c_str(), found.data(),
+                               static_cast<uint32_t>(found.size())) == 0) {
+            found.requireTerminated("value not terminated");
+        }
         uParaUrlQueryListDestroy(pairs);
     }
     uParaUrlGetInt(query.c_str(), key.c_str(), 0);
