@@ -129,12 +129,22 @@ bool splitAuthority(std::string_view authority, UStrUrlPara *rec) {
 // Finds the authority at the start of rest: it ends at the first '/', '?' or '#' before which
 // it holds a valid host, so an invalid host may take in a delimiter and go on; failing that it
 // is the whole of rest. Returns the length of the authority, or npos when none is valid.
+//
+// A prefix whose host part (after its last '@') already holds a delimiter is not tried: such a
+// host is only valid as "scheme://name" or with the delimiter in its port, and then the prefix
+// ending at that first delimiter was valid already. This keeps long texts linear.
 std::size_t takeAuthority(std::string_view rest, UStrUrlPara *rec) {
-    for (std::size_t end = rest.find_first_of("/?#"); end != std::string_view::npos;
-         end = rest.find_first_of("/?#", end + 1)) {
-        if (splitAuthority(rest.substr(0, end), rec)) {
+    constexpr std::string_view kDelimiters = "/?#";
+    std::size_t previous = std::string_view::npos;
+    for (std::size_t end = rest.find_first_of(kDelimiters); end != std::string_view::npos;
+         end = rest.find_first_of(kDelimiters, end + 1)) {
+        const bool hostHoldsDelimiter =
+            previous != std::string_view::npos &&
+            rest.substr(previous, end - previous).find('@') == std::string_view::npos;
+        if (!hostHoldsDelimiter && splitAuthority(rest.substr(0, end), rec)) {
             return end;
         }
+        previous = end;
     }
     return splitAuthority(rest, rec) ? rest.size() : std::string_view::npos;
 }

@@ -79,6 +79,13 @@ TEST(UrlParse, InvalidHostSwallowsDelimitersUntilOneIsValid) {
     EXPECT_EQ("h.com", field(rec->host));
     EXPECT_EQ("x_y/z", field(rec->user));
     EXPECT_EQ("p", field(rec->path));
+    // Later delimiters are tried only behind a further '@'.
+    rec = parse("http://a_b/c?d#e@h.com/p");
+    ASSERT_NE(nullptr, rec);
+    EXPECT_EQ("a_b/c?d#e", field(rec->user));
+    EXPECT_EQ("h.com", field(rec->host));
+    // A long run of delimiters behind an invalid host is refused without trying each prefix.
+    EXPECT_EQ(nullptr, parse(("http://a_b" + std::string(200000, '/')).c_str()));
     // The last '@' separates the user part; each part splits at its last ':'.
     rec = parse("http://a:b:c@d@h.com:8/");
     ASSERT_NE(nullptr, rec);
