@@ -63,8 +63,10 @@ PU_API void uStrUrlDecode(char *str);
 /* Takes url apart into a new record in *out. A URL that uParaUrlCheck refuses is first
  * percent-encoded (existing escapes and the '#' kept). The authority ends at the first '/', '?'
  * or '#' before which it holds a valid address or host name, so an invalid host may take in a
- * '/'. Returns 0, or -1 for a null argument, an authority without a valid host, or when memory
- * runs out (*out is then null). Release with uStrUrlParaFree. */
+ * '/'; the last '@' ends the user part, and user and host parts split at their last ':'. A
+ * bracketed IPv6 host keeps its brackets. Components present but empty are "". Returns 0, or -1
+ * for a null argument, an authority without a valid host, or when memory runs out (*out is then
+ * null). Release with uStrUrlParaFree. */
 PU_API int32_t uStrUrlParse(const char *url, UStrUrlPara **out);
 
 /* Writes the URL of rec into out (size bytes, zero-filled first), each component encoded for its

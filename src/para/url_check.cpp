@@ -3,10 +3,12 @@
 #include <uparaurl.h>
 #include <ustr.h>
 
+#include "para/url_fast_check.hpp"
 #include "para/url_patterns.hpp"
 #include "para/url_segments.hpp"
 #include "str/url_internal.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -51,18 +53,44 @@ class UrlPatterns {
 // Patterns 0 to 3 (addresses) accept at once; a host-name pattern counts only when the last
 // label is not all digits. The all-digits answer depends on the text alone, so it is asked once.
 bool isAcceptableUrl(const char *url) {
+    if (pu::para::provablyAcceptableUrl(url)) {
+        return true; // the common shapes, without running the patterns
+    }
     const UrlPatterns &patterns = UrlPatterns::instance();
     constexpr std::size_t kFirstHostNamePattern = 4;
+    constexpr std::size_t kFilePattern = 6;
+    // Patterns 0 to 5 match whole lines built from a few character classes; a text of one line
+    // holding a character outside all of them (a '#', a space, a byte above 0x7E) can only match
+    // the file pattern, which is not anchored at its end. With newline sensitivity, a text of
+    // several lines may match on any one of them, so those take every pattern.
+    static constexpr pu::url::CharSet kOutsideLinePatterns = [] {
+        pu::url::CharSet outside("");
+        for (int c = 1; c < 256; ++c) {
+            outside.set(static_cast<char>(c));
+        }
+        for (const std::string_view kept :
+             {pu::url::kAlnumChars, std::string_view("!_~=;,:&'%`{}*?^.()|-\\"),
+              std::string_view(".,?'/+&%$_=~@!()*;:-[]\n")}) {
+            for (const char c : kept) {
+                outside.clear(c);
+            }
+        }
+        return outside;
+    }();
+    const bool oneLine = std::strchr(url, '\n') == nullptr;
+    const std::size_t first =
+        oneLine && kOutsideLinePatterns.findIn(url) != std::string_view::npos ? kFilePattern : 0;
     // The two IPv6 patterns need a '[', which is cheap to rule out first.
     const bool mayHoldIPv6 = std::strchr(url, '[') != nullptr;
-    for (std::size_t i = 0; i < kFirstHostNamePattern; ++i) {
+    for (std::size_t i = first; i < kFirstHostNamePattern; ++i) {
         const bool isIPv6Pattern = i == 2 || i == 3;
         if ((!isIPv6Pattern || mayHoldIPv6) && patterns.matches(i, url)) {
             return true;
         }
     }
     int allDigits = -1; // not asked yet
-    for (std::size_t i = kFirstHostNamePattern; i < pu::para::kUrlPatterns.size(); ++i) {
+    for (std::size_t i = std::max(first, kFirstHostNamePattern); i < pu::para::kUrlPatterns.size();
+         ++i) {
         if (!patterns.matches(i, url)) {
             continue;
         }
@@ -166,9 +194,8 @@ void collectVariables(uList *templSegments, uList *urlSegments, uList *pairs) {
 // and is refused when there are two labels or more and the last is all digits. Null when the
 // text holds other characters and the patterns must decide.
 std::optional<bool> plainHostNameAnswer(std::string_view text) {
-    if (text.find_first_not_of(
-            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.") !=
-        std::string_view::npos) {
+    static constexpr pu::url::CharSet kPlainNameChars(pu::url::kAlnumChars, "-.");
+    if (!kPlainNameChars.holdsAll(text)) {
         return std::nullopt;
     }
     constexpr std::size_t kMaxLabel = 63;
@@ -183,7 +210,8 @@ std::optional<bool> plainHostNameAnswer(std::string_view text) {
             return false;
         }
         ++labels;
-        lastAllDigits = label.find_first_not_of("0123456789") == std::string_view::npos;
+        static constexpr pu::url::CharSet kDigits("0123456789");
+        lastAllDigits = kDigits.holdsAll(label);
         if (dot == std::string_view::npos) {
             break;
         }

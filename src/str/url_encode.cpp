@@ -66,17 +66,21 @@ bool isKnownComponent(int32_t component) {
 
 // uStrUrlEncode's classes: the characters encoded in every mode, and those encoded too when a
 // whole component is being encoded (the underscore deliberately among them).
+constexpr pu::url::CharSet kAlwaysEncoded(" \"#%+<>[\\]^`");
+constexpr pu::url::CharSet kEncodedInComponentMode("&/:;=?@_");
+// The characters a file name may not hold as they are.
+constexpr pu::url::CharSet kEscapedInFileName("\"%*/:<>?\\|");
+
 bool alwaysEncoded(unsigned char c) {
-    return c >= 0x7B || std::strchr(" \"#%+<>[\\]^`", c) != nullptr;
+    return c >= 0x7B || kAlwaysEncoded.contains(static_cast<char>(c));
 }
 
 bool encodedInComponentMode(unsigned char c) {
-    return c != 0 && std::strchr("&/:;=?@_", c) != nullptr;
+    return kEncodedInComponentMode.contains(static_cast<char>(c));
 }
 
-// The characters a file name may not hold as they are.
 bool escapedInFileName(unsigned char c) {
-    return c != 0 && std::strchr("\"%*/:<>?\\|", c) != nullptr;
+    return kEscapedInFileName.contains(static_cast<char>(c));
 }
 
 // Two hexadecimal digits follow the '%' at p (the scan stops at the terminator).

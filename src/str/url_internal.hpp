@@ -16,6 +16,48 @@ namespace pu::url {
 
 inline constexpr char kHexDigits[] = "0123456789ABCDEF";
 
+// A set of byte values, tested by table lookup (a scan of a list of characters per tested
+// byte is what dominated parsing time).
+class CharSet {
+  public:
+    constexpr explicit CharSet(std::string_view members, std::string_view more = {}) {
+        for (const char c : members) {
+            table_[static_cast<unsigned char>(c)] = true;
+        }
+        for (const char c : more) {
+            table_[static_cast<unsigned char>(c)] = true;
+        }
+    }
+    constexpr bool contains(char c) const { return table_[static_cast<unsigned char>(c)]; }
+    constexpr void set(char c) { table_[static_cast<unsigned char>(c)] = true; }
+    constexpr void clear(char c) { table_[static_cast<unsigned char>(c)] = false; }
+
+    // Position of the first character of text from `from` in the set, or npos.
+    constexpr std::size_t findIn(std::string_view text, std::size_t from = 0) const {
+        for (std::size_t i = from; i < text.size(); ++i) {
+            if (contains(text[i])) {
+                return i;
+            }
+        }
+        return std::string_view::npos;
+    }
+    // Whether every character of text is in the set.
+    constexpr bool holdsAll(std::string_view text) const {
+        for (const char c : text) {
+            if (!contains(c)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+  private:
+    bool table_[256] = {};
+};
+
+inline constexpr std::string_view kAlnumChars =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+
 // Writes "%XX" for byte c at out (three bytes, no terminator).
 inline void writeEscape(char *out, unsigned char c) {
     out[0] = '%';

@@ -21,11 +21,10 @@ using pu::url::copyOf;
 
 // The characters a URL that failed validation keeps when it is pre-encoded for parsing; '%' and
 // '#' among them, so existing escapes and the fragment mark survive.
+constexpr pu::url::CharSet kKeptByPreEncoding(pu::url::kAlnumChars, "!#$%&'()*,-./:;=?@[]_~");
+
 bool keptByPreEncoding(unsigned char c) {
-    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) {
-        return true;
-    }
-    return c != 0 && std::strchr("!#$%&'()*,-./:;=?@[]_~", c) != nullptr;
+    return kKeptByPreEncoding.contains(static_cast<char>(c));
 }
 
 // url into work (3 * strlen(url) + 1 bytes, zeroed), pre-encoded when the validator refuses it.
@@ -134,10 +133,10 @@ bool splitAuthority(std::string_view authority, UStrUrlPara *rec) {
 // host is only valid as "scheme://name" or with the delimiter in its port, and then the prefix
 // ending at that first delimiter was valid already. This keeps long texts linear.
 std::size_t takeAuthority(std::string_view rest, UStrUrlPara *rec) {
-    constexpr std::string_view kDelimiters = "/?#";
+    static constexpr pu::url::CharSet kDelimiters("/?#");
     std::size_t previous = std::string_view::npos;
-    for (std::size_t end = rest.find_first_of(kDelimiters); end != std::string_view::npos;
-         end = rest.find_first_of(kDelimiters, end + 1)) {
+    for (std::size_t end = kDelimiters.findIn(rest); end != std::string_view::npos;
+         end = kDelimiters.findIn(rest, end + 1)) {
         const bool hostHoldsDelimiter =
             previous != std::string_view::npos &&
             rest.substr(previous, end - previous).find('@') == std::string_view::npos;

@@ -123,6 +123,64 @@ TEST(UrlCheck, PlainHostNamesAgreeWithThePatterns) {
     regfree(&allDigits);
 }
 
+// The validator answers common URL shapes without running the patterns; every short text over
+// the characters that shape a URL, alone and behind each kind of scheme, must get the answer
+// the patterns give when tried one by one.
+TEST(UrlCheck, QuickAnswersAgreeWithThePatterns) {
+    std::vector<regex_t> patterns(pu::para::kUrlPatterns.size() + 1);
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        const char *source = i < pu::para::kUrlPatterns.size() ? pu::para::kUrlPatterns[i]
+                                                               : pu::para::kAllDigitsPattern;
+        ASSERT_EQ(0, regcomp(&patterns[i], source, REG_EXTENDED | REG_NEWLINE));
+    }
+    auto expected = [&](const std::string &url) {
+        const bool allDigits = regexec(&patterns.back(), url.c_str(), 0, nullptr, 0) == 0;
+        for (std::size_t i = 0; i < pu::para::kUrlPatterns.size(); ++i) {
+            if (regexec(&patterns[i], url.c_str(), 0, nullptr, 0) == 0 && (i < 4 || !allDigits)) {
+                return 1;
+            }
+        }
+        return 0;
+    };
+    auto texts = [](const std::string &alphabet, std::size_t maxLength) {
+        std::vector<std::string> out = {""};
+        for (std::size_t from = 0, length = 0; length < maxLength; ++length) {
+            const std::size_t to = out.size();
+            for (std::size_t i = from; i < to; ++i) {
+                for (const char c : alphabet) {
+                    out.push_back(out[i] + c);
+                }
+            }
+            from = to;
+        }
+        return out;
+    };
+    std::vector<std::string> urls = texts("a1.:/@", 6);
+    for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "a.b"}) {
+        for (const std::string &tail : texts("a0.:/@-)# \n", 4)) {
+            urls.push_back(prefix + tail);
+        }
+    }
+    for (const char *url :
+         {"http://u:p@10.0.0.1:65535/x", "rtsp://255.255.255.255:1/", "http://1.0.0.1/",
+          "http://01.0.0.1/", "http://1.0.0.256/", "a-b.c-d.e1:8080/p?q=1&r=(2)", "x.y.123",
+          "x.y.123/", "x.123a", "HTTPS://u)@h.com/"}) {
+        urls.emplace_back(url);
+    }
+    int disagreements = 0;
+    for (const std::string &url : urls) {
+        if (uParaUrlCheck(url.c_str()) != expected(url)) {
+            ADD_FAILURE() << "'" << url << "'";
+            if (++disagreements > 10) {
+                break;
+            }
+        }
+    }
+    for (regex_t &preg : patterns) {
+        regfree(&preg);
+    }
+}
+
 TEST(UrlCheck, ConcurrentFirstUseAgreesWithSerialAnswers) {
     const std::vector<std::pair<const char *, int>> cases = {{"http://192.168.1.10:8080/a/b", 1},
                                                              {"host.123", 0},
