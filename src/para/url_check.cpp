@@ -144,6 +144,20 @@ char *comparablePattern(const char *templ) {
     return pattern;
 }
 
+// Literal segments go into the expression unescaped, and glibc's compiler takes exponential time
+// or memory on nested or stacked repetitions ("a++++", "((a+)+)+", "(a{99}){99}"). No route
+// needs them, so a template with any bounded repetition or more than eight '+' is refused.
+bool hasRepetitionBomb(std::string_view templ) {
+    constexpr std::size_t kMaxPlus = 8;
+    std::size_t plus = 0;
+    for (const char c : templ) {
+        if (c == '{' || (c == '+' && ++plus > kMaxPlus)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Gives `name` the value, or joins it to the value an earlier segment of the same name gave.
 bool addVariable(uList *pairs, const char *name, const char *value) {
     for (uListNode *node = pairs->head; node != nullptr; node = node->next) {
@@ -242,7 +256,7 @@ int32_t uParaUrlDomainCheck(const char *name) {
 }
 
 int32_t uParaUrlGetComparableRegex(const char *templ, regex_t *preg) {
-    if (templ == nullptr || templ[0] == '\0' || preg == nullptr) {
+    if (templ == nullptr || templ[0] == '\0' || preg == nullptr || hasRepetitionBomb(templ)) {
         return -1;
     }
     char *pattern = comparablePattern(templ);

@@ -229,6 +229,11 @@ TEST(RestfulTemplate, ComparableRegex) {
     EXPECT_EQ(-1, uParaUrlGetComparableRegex("", &preg));
     EXPECT_EQ(-1, uParaUrlGetComparableRegex("/a/@b", nullptr));
     EXPECT_EQ(-1, uParaUrlGetComparableRegex("/a(/@b", &preg)); // does not compile
+    // Nested or stacked repetitions would take the compiler exponential time; refused at once.
+    EXPECT_EQ(-1, uParaUrlGetComparableRegex("/x\\+++++++++/@a", &preg));
+    EXPECT_EQ(-1, uParaUrlGetComparableRegex("/((((a+)+)+)+)+((((a+)+)+)+)+/@b", &preg));
+    EXPECT_EQ(-1, uParaUrlGetComparableRegex("/(a{255}){255}/@b", &preg));
+    EXPECT_TRUE(templateMatches("/c++/@v", "/cc/1")); // a few are still taken as they are
 }
 
 TEST(RestfulTemplate, Variables) {
