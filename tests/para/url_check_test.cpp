@@ -34,6 +34,21 @@ Pairs variables(const char *url, const char *templ, int32_t expectedResult = 0) 
     return out;
 }
 
+// Every text over the alphabet up to maxLength characters, the empty one included.
+std::vector<std::string> allTexts(const std::string &alphabet, std::size_t maxLength) {
+    std::vector<std::string> out = {""};
+    for (std::size_t from = 0, length = 0; length < maxLength; ++length) {
+        const std::size_t to = out.size();
+        for (std::size_t i = from; i < to; ++i) {
+            for (const char c : alphabet) {
+                out.push_back(out[i] + c);
+            }
+        }
+        from = to;
+    }
+    return out;
+}
+
 bool templateMatches(const char *templ, const char *path) {
     regex_t preg;
     EXPECT_EQ(0, uParaUrlGetComparableRegex(templ, &preg)) << templ;
@@ -93,17 +108,7 @@ TEST(UrlCheck, PlainHostNamesAgreeWithThePatterns) {
         return regexec(&hostName, name.c_str(), 0, nullptr, 0) == 0 &&
                regexec(&allDigits, name.c_str(), 0, nullptr, 0) != 0;
     };
-    std::vector<std::string> names = {""};
-    const std::string alphabet = "a1-.";
-    for (std::size_t from = 0, length = 0; length < 6; ++length) {
-        const std::size_t to = names.size();
-        for (std::size_t i = from; i < to; ++i) {
-            for (const char c : alphabet) {
-                names.push_back(names[i] + c);
-            }
-        }
-        from = to;
-    }
+    std::vector<std::string> names = allTexts("a1-.", 6);
     for (const std::string &label :
          {std::string(62, 'x'), std::string(63, '9'), std::string(64, 'y')}) {
         names.push_back(label);
@@ -142,22 +147,9 @@ TEST(UrlCheck, QuickAnswersAgreeWithThePatterns) {
         }
         return 0;
     };
-    auto texts = [](const std::string &alphabet, std::size_t maxLength) {
-        std::vector<std::string> out = {""};
-        for (std::size_t from = 0, length = 0; length < maxLength; ++length) {
-            const std::size_t to = out.size();
-            for (std::size_t i = from; i < to; ++i) {
-                for (const char c : alphabet) {
-                    out.push_back(out[i] + c);
-                }
-            }
-            from = to;
-        }
-        return out;
-    };
-    std::vector<std::string> urls = texts("a1.:/@", 6);
+    std::vector<std::string> urls = allTexts("a1.:/@", 6);
     for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "a.b"}) {
-        for (const std::string &tail : texts("a0.:/@-)# \n", 4)) {
+        for (const std::string &tail : allTexts("a0.:/@-)# \n", 4)) {
             urls.push_back(prefix + tail);
         }
     }
