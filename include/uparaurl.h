@@ -160,8 +160,8 @@ PU_API int32_t uParaUrlDomainCheck(const char *name);
  * "@name" or ":name" stands for any segment of [-a-zA-Z0-9_.~] characters; extra leading
  * slashes and a query string are allowed. Literal segments are taken as expressions themselves.
  * Returns 0 (release *preg with regfree), or -1 for a null or empty template, a null preg, a
- * template holding a '{' or more than eight '+' (repetitions that make compiling explode), or a
- * failed compilation. */
+ * template whose repetitions would make compiling explode (a '{', a '+', '*' or '?' at its start
+ * or right after another, more than eight '+' or '('), or a failed compilation. */
 PU_API int32_t uParaUrlGetComparableRegex(const char *templ, regex_t *preg);
 
 /* Pairs the variable segments of templ with the segments of url at the same positions (literal

@@ -145,15 +145,23 @@ char *comparablePattern(const char *templ) {
 }
 
 // Literal segments go into the expression unescaped, and glibc's compiler takes exponential time
-// or memory on nested or stacked repetitions ("a++++", "((a+)+)+", "(a{99}){99}"). No route
-// needs them, so a template with any bounded repetition or more than eight '+' is refused.
+// or memory on stacked, nested or bounded repetitions ("/*++++++++" from the leading "^/*",
+// "((a+)+)+", "(a{99}){99}"). No route needs them, so a template is refused when it holds a '{',
+// a repetition right after another (or at its very start), more than eight '+' or more than
+// eight '('.
 bool hasRepetitionBomb(std::string_view templ) {
     constexpr std::size_t kMaxPlus = 8;
+    constexpr std::size_t kMaxGroups = 8;
     std::size_t plus = 0;
+    std::size_t groups = 0;
+    bool afterRepetition = true; // the expression starts with "^/*"
     for (const char c : templ) {
-        if (c == '{' || (c == '+' && ++plus > kMaxPlus)) {
+        const bool repetition = c == '+' || c == '*' || c == '?';
+        if (c == '{' || (repetition && afterRepetition) || (c == '+' && ++plus > kMaxPlus) ||
+            (c == '(' && ++groups > kMaxGroups)) {
             return true;
         }
+        afterRepetition = repetition;
     }
     return false;
 }

@@ -225,7 +225,10 @@ TEST(RestfulTemplate, ComparableRegex) {
     EXPECT_EQ(-1, uParaUrlGetComparableRegex("/x\\+++++++++/@a", &preg));
     EXPECT_EQ(-1, uParaUrlGetComparableRegex("/((((a+)+)+)+)+((((a+)+)+)+)+/@b", &preg));
     EXPECT_EQ(-1, uParaUrlGetComparableRegex("/(a{255}){255}/@b", &preg));
-    EXPECT_TRUE(templateMatches("/c++/@v", "/cc/1")); // a few are still taken as they are
+    EXPECT_EQ(-1, uParaUrlGetComparableRegex("+++++++\\@,/@b", &preg)); // stacks on "^/*"
+    EXPECT_EQ(-1, uParaUrlGetComparableRegex("/a+*/@b", &preg));
+    EXPECT_EQ(-1, uParaUrlGetComparableRegex("/(((((((((a)))))))))/@b", &preg));
+    EXPECT_TRUE(templateMatches("/c+/(x|y)*/@v", "/cc/xy/1")); // single ones are taken as they are
 }
 
 TEST(RestfulTemplate, Variables) {
