@@ -373,6 +373,7 @@ int main(void) {
     tourInputEvent();
     tourIntervalPlan();
     tourJson();
+    tourUrl();
     tourSockets();
     tourCrypto();
     tourXml();

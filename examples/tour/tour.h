@@ -21,4 +21,7 @@ void tourIntervalPlan(void);
 /* AES over a text, digests and a UUID (tour_crypto.c). */
 void tourCrypto(void);
 
+/* URL parsing, rebuilding, credential removal and queries (tour_url.c). */
+void tourUrl(void);
+
 #endif
