@@ -12,6 +12,12 @@ set(CMAKE_LIBRARY_ARCHITECTURE i386-linux-gnu)
 get_filename_component(PU_I386_DEPS "${CMAKE_CURRENT_LIST_DIR}/../build/i386-deps" ABSOLUTE)
 set(PU_I386_DEPS "${PU_I386_DEPS}" CACHE PATH "Unpacked i386 libraries")
 
+# Architecture-specific headers of the unpacked libraries (OpenSSL's configuration, say) sit in
+# the multiarch include directory, which the host compiler only knows under /usr.
+foreach(lang C CXX)
+  set(CMAKE_${lang}_STANDARD_INCLUDE_DIRECTORIES "${PU_I386_DEPS}/usr/include/i386-linux-gnu")
+endforeach()
+
 # Libraries and packages only from the unpacked tree; headers from there first, then the host's
 # architecture-independent ones (uthash, the common OpenSSL headers).
 set(CMAKE_FIND_ROOT_PATH "${PU_I386_DEPS};/")

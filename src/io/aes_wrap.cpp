@@ -27,8 +27,9 @@ struct FreeWithUFree {
 };
 using WorkBuffer = std::unique_ptr<uint8_t, FreeWithUFree>;
 
-// Null also for sizes uMalloc cannot be asked for.
-WorkBuffer allocate(std::size_t size) {
+// Null also for sizes uMalloc cannot be asked for. Sizes are 64-bit so that the rounding of a
+// caller's 32-bit length cannot wrap on a 32-bit build.
+WorkBuffer allocate(uint64_t size) {
     if (size > UINT32_MAX) {
         return nullptr;
     }
@@ -69,7 +70,7 @@ const EVP_CIPHER *cbcCipher(int32_t keyBits, const char *text, uint8_t *iv) {
     return pu::io::aesCipher(keyBits, true);
 }
 
-std::size_t roundUpToBlock(std::size_t length) {
+uint64_t roundUpToBlock(uint64_t length) {
     return (length + kBlock - 1) / kBlock * kBlock;
 }
 
@@ -225,8 +226,8 @@ int32_t uAesCbcEncrypt(const uint8_t *key, const uint8_t *input, uint32_t length
     // A partial last block is completed with zeros; when the length is whole blocks, the
     // extra block is never encrypted and goes out as sixteen zero bytes. That is the format.
     std::memcpy(work.get(), input, length);
-    if (!pu::io::cipherBlocks(cipher, true, key, vector, work.get(), roundUpToBlock(length),
-                              work.get())) {
+    const auto wholeLength = static_cast<std::size_t>(roundUpToBlock(length));
+    if (!pu::io::cipherBlocks(cipher, true, key, vector, work.get(), wholeLength, work.get())) {
         return 0;
     }
     const int32_t textLength =
