@@ -26,4 +26,14 @@ LD_LIBRARY_PATH=$libdir "$scratch/consumer-pc"
 "$cmake" -S "$source_dir" -B "$scratch/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 "$cmake" --build "$scratch/consumer-cmake" >/dev/null
 "$scratch/consumer-cmake/consumer"
+# The focused examples, each as a user would build it: pkg-config, then its own CMake project.
+examples=$(dirname "$source_dir")/../examples
+for example in timer_plans url_json crypto; do
+    cc -std=c99 -Wall -Wextra -Werror -o "$scratch/$example-pc" "$examples/$example/$example.c" \
+       $(pkg-config --cflags --libs platform_utils)
+    LD_LIBRARY_PATH=$libdir "$scratch/$example-pc" >"$scratch/$example.out"
+    "$cmake" -S "$examples/$example" -B "$scratch/$example-cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    "$cmake" --build "$scratch/$example-cmake" >/dev/null
+    echo "example $example: ok"
+done
 echo "install: ok"
