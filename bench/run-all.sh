@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Builds the bench preset and runs every benchmark program once, one after the other, each
+# printing its ratio summary after its runs. The whole output goes to build/bench/report.txt.
+# Usage: bench/run-all.sh [extra Google Benchmark flags]   (default: --benchmark_min_time=0.2)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+cmake --preset bench >/dev/null
+cmake --build --preset bench >/dev/null
+flags=("$@")
+((${#flags[@]})) || flags=(--benchmark_min_time=0.2)
+report=build/bench/report.txt
+{
+    echo "# $(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //')"
+    for program in build/bench/bench/bench_*; do
+        echo
+        echo "## $(basename "$program") ${flags[*]}"
+        "$program" "${flags[@]}" 2>&1
+    done
+} | tee "$report"
