@@ -6,7 +6,7 @@
 //     curl_url_set + curl_url_cleanup and uriParseSingleUriA + uriFreeUriMembersA.
 #include <platform_utils.h>
 
-#include "para/url_patterns.hpp"
+#include "url/url_patterns.hpp"
 #include "times_reporter.hpp"
 
 #include <benchmark/benchmark.h>
@@ -78,8 +78,8 @@ const std::vector<const char *> &corpus() {
 // The plain check: every pattern tried in order, the all-digits pattern after each host-name
 // match; `matches` runs one pattern (by index, 7 being the all-digits one) on the URL.
 template <typename Matches> int plainCheck(Matches matches) {
-    for (std::size_t i = 0; i < pu::para::kUrlPatterns.size(); ++i) {
-        if (matches(i) && (i < 4 || !matches(pu::para::kUrlPatterns.size()))) {
+    for (std::size_t i = 0; i < pu::url::kUrlPatterns.size(); ++i) {
+        if (matches(i) && (i < 4 || !matches(pu::url::kUrlPatterns.size()))) {
             return 1;
         }
     }
@@ -87,8 +87,8 @@ template <typename Matches> int plainCheck(Matches matches) {
 }
 
 const char *patternSource(std::size_t i) {
-    return i < pu::para::kUrlPatterns.size() ? pu::para::kUrlPatterns[i]
-                                             : pu::para::kAllDigitsPattern;
+    return i < pu::url::kUrlPatterns.size() ? pu::url::kUrlPatterns[i]
+                                             : pu::url::kAllDigitsPattern;
 }
 
 // The check as it would run without the cache: every pattern compiled, tried and freed per call.
@@ -108,7 +108,7 @@ int checkCompilingPerCall(const char *url) {
 // alone gives.
 int checkWithCachedPatterns(const char *url) {
     static const std::vector<regex_t> patterns = [] {
-        std::vector<regex_t> compiled(pu::para::kUrlPatterns.size() + 1);
+        std::vector<regex_t> compiled(pu::url::kUrlPatterns.size() + 1);
         for (std::size_t i = 0; i < compiled.size(); ++i) {
             regcomp(&compiled[i], patternSource(i), REG_EXTENDED | REG_NEWLINE);
         }
