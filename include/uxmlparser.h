@@ -87,9 +87,11 @@ PU_API int32_t uXmlParseFromFdWithDigestAndBreak(int32_t fd, int32_t totalLength
 /* suspend non-zero: suspends the parse of user (call it from one of its handlers); returns
  * expat's result, 1 when suspended, 0 when it cannot be (not parsing, already suspended).
  * suspend 0: resumes a suspended parse, running its handlers on this thread; returns 0 when the
- * document finished or was suspended again, -1 (and frees the parser) on a parse error. When no
- * parse belongs to user, the most recently started live parse is used instead (intended).
- * Returns -1 for a null user pointer or when no parse is live. */
+ * document finished or was suspended again, -1 (and frees the parser) on a parse error. Only a
+ * parse whose parse function (or an earlier resume) has returned suspended can be resumed: from
+ * inside the running parse, or while another thread resumes it, the result is -1 and nothing is
+ * freed. When no parse belongs to user, the most recently started live parse is used instead
+ * (intended). Returns -1 for a null user pointer or when no parse is live. */
 PU_API int32_t uXmlParserPause(void *user, int32_t suspend);
 
 /* Aborts the parse of user for good (call it from one of its handlers): the parse function then
@@ -117,7 +119,8 @@ PU_API int32_t uXmlParserProcessXmlBufferWithAmp(const char *input, int32_t inpu
                                                  int32_t final);
 
 /* Registers parser as the live parse of user in the map (the parse functions do this). A null
- * parser is ignored. */
+ * parser is ignored. The parse counts as running, so uXmlParserPause(user, 0) does not resume
+ * it. */
 PU_API void uXmlParserAddMapItem(struct XML_ParserStruct *parser, void *user);
 
 /* Removes the map entry of parser, if any (the parse functions do this when a parse ends). */

@@ -129,7 +129,9 @@ XML_Parser openParser(void *user, XML_StartElementHandler start, XML_CharacterDa
 
 // A suspended parser stays alive (and in the map) for uXmlParserPause to resume.
 void closeParser(XML_Parser parser, int lastStatus) {
-    if (lastStatus != XML_STATUS_SUSPENDED) {
+    if (lastStatus == XML_STATUS_SUSPENDED) {
+        pu::io::xml::leaveSuspended(parser);
+    } else {
         pu::io::xml::releaseParser(parser);
     }
 }

@@ -15,9 +15,19 @@
 
 namespace {
 
+// Who may drive the parser. Only a parse function that has returned with the parser suspended
+// gives it up; a resume claims it for as long as it runs, so that exactly one caller resumes it
+// and a parser still in use by a running parse is never resumed or freed from elsewhere.
+enum class Owner : uint8_t {
+    Parse,    // a parse function (or whoever registered it) is running it
+    Nobody,   // suspended and returned: free to be resumed
+    Resuming, // claimed by the uXmlParserPause that is resuming it
+};
+
 struct MapItem {
     XML_Parser parser;
     void *user;
+    Owner owner;
 };
 
 // Both are created on first use and live for the rest of the process. The list is only touched
@@ -50,29 +60,34 @@ template <typename Match> int32_t findItem(Match match) {
     return -1;
 }
 
-XML_Parser parserOfUser(void *user) {
-    const int32_t pos = findItem([user](const MapItem &item) { return item.user == user; });
-    if (pos < 0) {
-        return nullptr;
-    }
-    return static_cast<MapItem *>(uListGet(gMap, pos))->parser;
+MapItem *itemAt(int32_t pos) {
+    return pos < 0 ? nullptr : static_cast<MapItem *>(uListGet(gMap, pos));
+}
+
+MapItem *itemOfUser(void *user) {
+    return itemAt(findItem([user](const MapItem &item) { return item.user == user; }));
+}
+
+MapItem *itemOfParser(XML_Parser parser) {
+    return itemAt(findItem([parser](const MapItem &item) { return item.parser == parser; }));
 }
 
 // The parse a pause is aimed at: the user's own, or else the most recently started one.
-XML_Parser pauseTarget(void *user) {
-    if (XML_Parser own = parserOfUser(user)) {
+MapItem *pauseTarget(void *user) {
+    if (MapItem *own = itemOfUser(user)) {
         return own;
     }
-    const auto *last = static_cast<const MapItem *>(uListGet(gMap, uListSize(gMap) - 1));
-    return last != nullptr ? last->parser : nullptr;
+    return itemAt(uListSize(gMap) - 1);
 }
 
-// A parser that is parsing right now (a handler resuming its own parse) or not yet started (on
-// another thread) belongs to a parse function still running, which frees it itself.
-bool parseInProgress(XML_Parser parser) {
-    XML_ParsingStatus status{};
-    XML_GetParsingStatus(parser, &status);
-    return status.parsing == XML_PARSING || status.parsing == XML_INITIALIZED;
+void setOwner(XML_Parser parser, Owner owner) {
+    pu::core::SemGuard guard(mapLock());
+    if (gMap == nullptr) {
+        return;
+    }
+    if (MapItem *item = itemOfParser(parser)) {
+        item->owner = owner;
+    }
 }
 
 void logResumeError(int32_t flag) {
@@ -80,13 +95,12 @@ void logResumeError(int32_t flag) {
                    "uXmlParserPause", flag);
 }
 
-int32_t resume(XML_Parser parser, int32_t flag) {
-    if (parseInProgress(parser)) {
-        logResumeError(flag);
-        return -1;
-    }
+// Runs a parser this caller has claimed. It goes back to nobody when suspended again; otherwise
+// the parse is over and the claimant, its only owner now, frees it.
+int32_t resumeClaimed(XML_Parser parser, int32_t flag) {
     const XML_Status status = XML_ResumeParser(parser);
     if (status == XML_STATUS_SUSPENDED) {
+        setOwner(parser, Owner::Nobody);
         return 0;
     }
     pu::io::xml::releaseParser(parser);
@@ -107,6 +121,10 @@ void releaseParser(XML_Parser parser) {
     XML_ParserFree(parser);
 }
 
+void leaveSuspended(XML_Parser parser) {
+    setOwner(parser, Owner::Nobody);
+}
+
 } // namespace pu::io::xml
 
 extern "C" {
@@ -119,7 +137,7 @@ void uXmlParserAddMapItem(XML_Parser parser, void *user) {
     if (item == nullptr) {
         return;
     }
-    *item = {parser, user};
+    *item = {parser, user, Owner::Parse};
     pu::core::SemGuard guard(mapLock());
     if (gMap == nullptr) {
         gMap = uListInit(0);
@@ -149,16 +167,25 @@ int32_t uXmlParserPause(void *user, int32_t suspend) {
     if (gMap == nullptr || uListSize(gMap) <= 0) {
         return -1;
     }
-    XML_Parser parser = pauseTarget(user);
-    if (parser == nullptr) {
+    MapItem *target = pauseTarget(user);
+    if (target == nullptr) {
         return -1;
     }
+    XML_Parser parser = target->parser;
     if (suspend != 0) {
         return XML_StopParser(parser, XML_TRUE);
     }
+    if (target->owner != Owner::Nobody) {
+        // Still running (a handler resuming its own parse, another thread's parse) or being
+        // resumed by someone else: its owner finishes and frees it.
+        lock.unlock();
+        logResumeError(suspend);
+        return -1;
+    }
+    target->owner = Owner::Resuming;
     // Resuming runs the caller's handlers, which must not run under the map lock.
     lock.unlock();
-    return resume(parser, suspend);
+    return resumeClaimed(parser, suspend);
 }
 
 void uXmlParserStop(void *user) {
@@ -169,8 +196,8 @@ void uXmlParserStop(void *user) {
     if (gMap == nullptr) {
         return;
     }
-    if (XML_Parser parser = parserOfUser(user)) {
-        (void)XML_StopParser(parser, XML_FALSE);
+    if (const MapItem *item = itemOfUser(user)) {
+        (void)XML_StopParser(item->parser, XML_FALSE);
     }
 }
 

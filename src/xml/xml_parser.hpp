@@ -18,4 +18,8 @@ static_assert(std::is_same_v<struct XML_ParserStruct *, XML_Parser>);
 // uXmlParserStop running on another thread never reaches a freed parser.
 void releaseParser(XML_Parser parser);
 
+// Hands a parser whose parse function is returning with it suspended over to uXmlParserPause,
+// which may resume it from then on (and never before: a handler's parse is still running).
+void leaveSuspended(XML_Parser parser);
+
 } // namespace pu::io::xml

@@ -5,6 +5,7 @@
 #include "log_capture.hpp"
 #include "xml_test_util.hpp"
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -74,18 +75,68 @@ TEST(XmlControl, ResumeThatHitsAnErrorFreesTheParser) {
     EXPECT_TRUE(parseMapEmpty());
 }
 
-TEST(XmlControl, ResumeNeverFreesAParseThatIsStillRunning) {
-    pu::test::LogCapture log;
-    // A handler that "resumes" its own running parse gets -1; the parse goes on undisturbed.
-    XmlRecorder r;
-    r.onStart = [](XmlRecorder &self, const std::string &name) {
-        if (name == "b") {
-            EXPECT_EQ(uXmlParserPause(&self, 0), -1);
-        }
+TEST(XmlControl, ResumeNeverTakesAParseThatIsStillRunning) {
+    // A handler at <b> does `before`, then its parse is "resumed" while it is still running, by
+    // the handler itself or by another thread (with the parse's own or a stranger's pointer).
+    // Only a parse that has returned suspended can be resumed: here the resume gets -1, frees
+    // nothing, and the parse goes on as `before` left it.
+    enum class Before { Nothing, Suspend, Stop };
+    enum class By { Handler, OtherThread, Stranger };
+    struct Case {
+        const char *what;
+        Before before;
+        By by;
+        bool suspendAtA; // so that <b> runs inside a resume rather than inside the parse
+        int32_t parseResult;
+        int resumesAfterwards;
+        std::vector<std::string> events;
     };
-    EXPECT_EQ(parseBuf(kDoc, r), 0);
-    EXPECT_EQ(r.events, kEvents);
-    EXPECT_EQ(log.count(3, kModule, "uXmlParserPause, parse xml error parserResult[0]."), 1);
+    const std::vector<std::string> untilB = {"<r", "<a x=1&2", "/a", "<b"};
+    const Case cases[] = {
+        {"resume alone", Before::Nothing, By::Handler, false, 0, 0, kEvents},
+        {"suspend, resume", Before::Suspend, By::Handler, false, 0, 1, kEvents},
+        {"stop, resume", Before::Stop, By::Handler, false, -1, 0, untilB},
+        {"suspend, other thread resumes", Before::Suspend, By::OtherThread, false, 0, 1, kEvents},
+        {"suspend in a resume, other thread resumes", Before::Suspend, By::OtherThread, true, 0, 2,
+         kEvents},
+        {"stop, stranger resumes on another thread", Before::Stop, By::Stranger, false, -1, 0,
+         untilB},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        pu::test::LogCapture log;
+        XmlRecorder r;
+        bool acted = false; // once: a wrongly granted resume may deliver <b> again
+        r.onStart = [&c, &acted](XmlRecorder &self, const std::string &name) {
+            if (name == "a" && c.suspendAtA) {
+                EXPECT_EQ(uXmlParserPause(&self, 1), 1);
+            }
+            if (name != "b" || acted) {
+                return;
+            }
+            acted = true;
+            if (c.before == Before::Suspend) {
+                EXPECT_EQ(uXmlParserPause(&self, 1), 1);
+            } else if (c.before == Before::Stop) {
+                uXmlParserStop(&self);
+            }
+            if (c.by == By::Handler) {
+                EXPECT_EQ(uXmlParserPause(&self, 0), -1);
+                return;
+            }
+            static int stranger;
+            void *user = c.by == By::Stranger ? static_cast<void *>(&stranger) : &self;
+            std::thread([user] { EXPECT_EQ(uXmlParserPause(user, 0), -1); }).join();
+        };
+        EXPECT_EQ(parseBuf(kDoc, r), c.parseResult);
+        for (int i = 0; i < c.resumesAfterwards; ++i) {
+            EXPECT_EQ(uXmlParserPause(&r, 0), 0);
+        }
+        EXPECT_EQ(log.count(3, kModule, "uXmlParserPause, parse xml error parserResult[0]."), 1)
+            << log.dump();
+        EXPECT_EQ(r.events, c.events);
+        EXPECT_TRUE(parseMapEmpty());
+    }
 
     // A suspended parse that is then stopped can only be cleaned up by a resume, which fails.
     XmlRecorder stopped;
@@ -95,6 +146,32 @@ TEST(XmlControl, ResumeNeverFreesAParseThatIsStillRunning) {
     EXPECT_EQ(uXmlParserPause(&stopped, 0), -1);
     EXPECT_EQ(stopped.events.back(), "<b");
     EXPECT_TRUE(parseMapEmpty());
+}
+
+TEST(XmlControl, ThreadsRacingToResumeOneParseResumeEachStepOnce) {
+    pu::test::LogCapture quiet; // the refused resumes log their failure
+    // Suspended at each of its four elements: every step is resumed by exactly one thread.
+    for (int round = 0; round < 100; ++round) {
+        quiet.clear();
+        XmlRecorder r;
+        pauseAt(r, "");
+        ASSERT_EQ(parseBuf(kDoc, r), 0);
+        std::atomic<int> resumed{0};
+        const auto resumer = [&r, &resumed] {
+            for (int tries = 0; resumed < 4 && tries < 100000; ++tries) {
+                if (uXmlParserPause(&r, 0) == 0) {
+                    ++resumed;
+                }
+            }
+        };
+        std::thread first(resumer);
+        std::thread second(resumer);
+        first.join();
+        second.join();
+        ASSERT_EQ(resumed, 4);
+        ASSERT_EQ(r.events, kEvents);
+        ASSERT_TRUE(parseMapEmpty());
+    }
 }
 
 TEST(XmlControl, PauseFallsBackToTheLatestParseForAStrangerUserPointer) {
