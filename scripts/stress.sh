@@ -6,6 +6,7 @@
 #                                             needed
 #   scripts/stress.sh <build-dir> <minutes>   all the time with that build's stress_threads
 # Minutes may be fractional (0.5). Exit status non-zero on any violation or sanitizer report.
+# STRESS_LOG=1 also shows the library's own log lines (counted, not shown, by default).
 set -euo pipefail
 usage() { echo "usage: $0 [<build-dir>] <minutes>" >&2; exit 2; }
 case $# in
