@@ -1,6 +1,8 @@
 // The classic Rijndael block interface: key and cipher instances, ECB, CBC and one-bit CFB,
-// and padding. The single-block functions run on our own tables; whole runs of ECB and CBC
-// blocks go to OpenSSL, which uses the CPU's AES instructions, with the tables as fallback.
+// and padding. Whole runs of ECB and CBC blocks and CFB-1 go to OpenSSL. Single blocks run on
+// the CPU's AES instructions when it has them; only without them do they fall back to lookup
+// tables, whose cache footprint depends on key and data. The key schedule is computed without
+// any table indexed by key bytes.
 #include <uaes.h>
 #include <ustrconv.h>
 
@@ -12,6 +14,11 @@
 #include <cstdint>
 #include <cstring>
 #include <utility>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <wmmintrin.h>
+#define PU_AES_NI 1
+#endif
 
 namespace {
 
@@ -101,9 +108,90 @@ void storeBig(std::uint8_t *p, std::uint32_t value) {
     p[3] = static_cast<std::uint8_t>(value);
 }
 
-std::uint32_t subWord(std::uint32_t w) {
-    return column(kSbox[w >> 24], kSbox[(w >> 16) & 0xFF], kSbox[(w >> 8) & 0xFF], kSbox[w & 0xFF]);
+// ---- Field arithmetic without key-dependent branches or lookups, for the key schedule ----
+
+std::uint8_t xtimeFlat(std::uint8_t x) {
+    const auto high = static_cast<std::uint8_t>(0U - (x >> 7));
+    return static_cast<std::uint8_t>((x << 1) ^ (high & 0x1B));
 }
+
+std::uint8_t multiplyFlat(std::uint8_t a, std::uint8_t b) {
+    std::uint8_t product = 0;
+    for (int bit = 0; bit < 8; ++bit, b >>= 1, a = xtimeFlat(a)) {
+        product ^= static_cast<std::uint8_t>(a & (0U - (b & 1U)));
+    }
+    return product;
+}
+
+// x^254, the multiplicative inverse (0 for 0), then the S-box's affine map.
+std::uint8_t sboxFlat(std::uint8_t x) {
+    const std::uint8_t x2 = multiplyFlat(x, x);
+    const std::uint8_t x3 = multiplyFlat(x2, x);
+    const std::uint8_t x6 = multiplyFlat(x3, x3);
+    const std::uint8_t x12 = multiplyFlat(x6, x6);
+    const std::uint8_t x15 = multiplyFlat(x12, x3);
+    const std::uint8_t x30 = multiplyFlat(x15, x15);
+    const std::uint8_t x60 = multiplyFlat(x30, x30);
+    const std::uint8_t x120 = multiplyFlat(x60, x60);
+    const std::uint8_t x126 = multiplyFlat(x120, x6);
+    const std::uint8_t x127 = multiplyFlat(x126, x);
+    const std::uint8_t q = multiplyFlat(x127, x127);
+    return static_cast<std::uint8_t>(q ^ std::rotl(q, 1) ^ std::rotl(q, 2) ^ std::rotl(q, 3) ^
+                                     std::rotl(q, 4) ^ 0x63);
+}
+
+std::uint32_t subWord(std::uint32_t w) {
+    return column(
+        sboxFlat(static_cast<std::uint8_t>(w >> 24)), sboxFlat(static_cast<std::uint8_t>(w >> 16)),
+        sboxFlat(static_cast<std::uint8_t>(w >> 8)), sboxFlat(static_cast<std::uint8_t>(w)));
+}
+
+std::uint32_t invMixColumn(std::uint32_t w) {
+    const std::uint8_t a[4] = {static_cast<std::uint8_t>(w >> 24),
+                               static_cast<std::uint8_t>(w >> 16),
+                               static_cast<std::uint8_t>(w >> 8), static_cast<std::uint8_t>(w)};
+    std::uint8_t b[4];
+    for (int i = 0; i < 4; ++i) {
+        b[i] = static_cast<std::uint8_t>(multiplyFlat(a[i], 14) ^ multiplyFlat(a[(i + 1) & 3], 11) ^
+                                         multiplyFlat(a[(i + 2) & 3], 13) ^
+                                         multiplyFlat(a[(i + 3) & 3], 9));
+    }
+    return column(b[0], b[1], b[2], b[3]);
+}
+
+// ---- AES instructions ------------------------------------------------------------------
+
+#ifdef PU_AES_NI
+bool hasAesInstructions() {
+    static const bool has = __builtin_cpu_supports("aes") && __builtin_cpu_supports("sse2");
+    return has;
+}
+
+// The round keys are big-endian words; the instructions want the bytes in order.
+__attribute__((target("aes,sse2"))) __m128i roundKey(const std::uint32_t *rk) {
+    alignas(16) std::uint8_t bytes[kBlock];
+    for (int i = 0; i < 4; ++i) {
+        storeBig(bytes + 4 * i, rk[i]);
+    }
+    return _mm_load_si128(reinterpret_cast<const __m128i *>(bytes));
+}
+
+// The same round structure as the table code, for any Nr: Nr - 1 full rounds, then the last
+// round with the key after them. Decryption round keys are the equivalent inverse cipher's,
+// which is what the decryption instructions take.
+__attribute__((target("aes,sse2"))) void cryptBlockNi(const std::uint32_t *rk, int Nr, bool encrypt,
+                                                      const std::uint8_t *in, std::uint8_t *out) {
+    __m128i state =
+        _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(in)), roundKey(rk));
+    for (int round = 1; round < Nr; ++round) {
+        const __m128i key = roundKey(rk + 4 * round);
+        state = encrypt ? _mm_aesenc_si128(state, key) : _mm_aesdec_si128(state, key);
+    }
+    const __m128i last = roundKey(rk + 4 * (Nr > 1 ? Nr : 1));
+    state = encrypt ? _mm_aesenclast_si128(state, last) : _mm_aesdeclast_si128(state, last);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), state);
+}
+#endif
 
 int roundsFor(int keyBits) {
     return keyBits == 128 ? 10 : keyBits == 192 ? 12 : keyBits == 256 ? 14 : 0;
@@ -165,6 +253,20 @@ void runBlocks(const keyInstance *key, bool encrypt, bool cbc, const std::uint8_
 // bit, so it is kept in the instance in both directions and a stream can go on across calls.
 void runCfb1(cipherInstance *cipher, const keyInstance *key, bool encrypt, const std::uint8_t *in,
              std::size_t length, std::uint8_t *out) {
+    if (length == 0) {
+        return;
+    }
+    std::uint8_t raw[32];
+    rawKey(key, raw);
+    std::uint8_t shiftRegister[kBlock];
+    const bool done = pu::io::cipherBlocks(pu::io::aesCfb1Cipher(key->keyLen), encrypt, raw,
+                                           cipher->IV, in, length, out, shiftRegister);
+    std::memset(raw, 0, sizeof raw);
+    if (done) {
+        std::memcpy(cipher->IV, shiftRegister, kBlock);
+        return;
+    }
+    // OpenSSL could not run (no memory): one block encryption per bit.
     std::uint8_t *iv = cipher->IV;
     for (std::size_t bit = 0; bit < 8 * length; ++bit) {
         std::uint8_t keystream[kBlock];
@@ -237,14 +339,18 @@ int rijndaelKeySetupDec(uint32_t rk[], const uint8_t cipherKey[], int keyBits) {
         }
     }
     for (int i = 4; i < 4 * rounds; ++i) {
-        const std::uint32_t w = rk[i];
-        rk[i] = td(0, kSbox[w >> 24]) ^ td(1, kSbox[(w >> 16) & 0xFF]) ^
-                td(2, kSbox[(w >> 8) & 0xFF]) ^ td(3, kSbox[w & 0xFF]);
+        rk[i] = invMixColumn(rk[i]);
     }
     return rounds;
 }
 
 void rijndaelEncrypt(const uint32_t rk[], int Nr, const uint8_t pt[16], uint8_t ct[16]) {
+#ifdef PU_AES_NI
+    if (hasAesInstructions()) {
+        cryptBlockNi(rk, Nr, true, pt, ct);
+        return;
+    }
+#endif
     std::uint32_t s[4], t[4];
     for (int i = 0; i < 4; ++i) {
         s[i] = loadBig(pt + 4 * i) ^ rk[i];
@@ -267,6 +373,12 @@ void rijndaelEncrypt(const uint32_t rk[], int Nr, const uint8_t pt[16], uint8_t 
 }
 
 void rijndaelDecrypt(const uint32_t rk[], int Nr, const uint8_t ct[16], uint8_t pt[16]) {
+#ifdef PU_AES_NI
+    if (hasAesInstructions()) {
+        cryptBlockNi(rk, Nr, false, ct, pt);
+        return;
+    }
+#endif
     std::uint32_t s[4], t[4];
     for (int i = 0; i < 4; ++i) {
         s[i] = loadBig(ct + 4 * i) ^ rk[i];

@@ -68,6 +68,13 @@ const EVP_CIPHER *aesCipher(int keyBits, bool cbc) {
     return cbc ? chained[index] : ecb[index];
 }
 
+const EVP_CIPHER *aesCfb1Cipher(int keyBits) {
+    static const EVP_CIPHER *const cfb1[] = {
+        fetchCipher("AES-128-CFB1"), fetchCipher("AES-192-CFB1"), fetchCipher("AES-256-CFB1")};
+    const int index = keyBits == 128 ? 0 : keyBits == 192 ? 1 : keyBits == 256 ? 2 : -1;
+    return index < 0 ? nullptr : cfb1[index];
+}
+
 bool digestPieces(const EVP_MD *md, std::initializer_list<std::span<const std::uint8_t>> pieces,
                   std::uint8_t *out) {
     EVP_MD_CTX *ctx = threadDigestContext();
@@ -84,7 +91,7 @@ bool digestPieces(const EVP_MD *md, std::initializer_list<std::span<const std::u
 
 bool cipherBlocks(const EVP_CIPHER *cipher, bool encrypt, const std::uint8_t *key,
                   const std::uint8_t *iv, const std::uint8_t *in, std::size_t length,
-                  std::uint8_t *out) {
+                  std::uint8_t *out, std::uint8_t *ivOut) {
     EVP_CIPHER_CTX *ctx = threadCipherContext();
     if (cipher == nullptr || ctx == nullptr ||
         EVP_CipherInit_ex2(ctx, cipher, key, iv, encrypt ? 1 : 0, nullptr) != 1) {
@@ -102,7 +109,7 @@ bool cipherBlocks(const EVP_CIPHER *cipher, bool encrypt, const std::uint8_t *ke
         out += piece;
         length -= static_cast<std::size_t>(piece);
     }
-    return true;
+    return ivOut == nullptr || EVP_CIPHER_CTX_get_updated_iv(ctx, ivOut, 16) == 1;
 }
 
 } // namespace pu::io
