@@ -21,9 +21,9 @@ std::atomic<int> gFailingAllocation{0};
 
 } // namespace
 
-// The allocator seen by this test program's own code, the builder inlined here included (the
-// definition stays out of the dynamic symbol table, so the library keeps its own). It behaves
-// as the library's until a failure is armed.
+// The allocator of this test program, the library included (the dynamic linker prefers the
+// executable's definition): it behaves as the library's own until a failure is armed, and only
+// the builder tests arm one.
 extern "C" void *uMalloc(uint32_t size) {
     if (gFailingAllocation.load() > 0 && gFailingAllocation.fetch_sub(1) == 1) {
         return nullptr;
