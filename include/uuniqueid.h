@@ -21,8 +21,8 @@ PU_BEGIN_DECLS
  *
  * Registering a known module again moves its range to the new one: a larger count grows the flag
  * array keeping the flags of ids in use (by their offset from the start), a smaller one keeps the
- * array, the search position stays. The module is then listed twice, so unregister such a module
- * at most once and do not use it afterwards. */
+ * array, the search position stays. The module is still listed once, so one unregistration
+ * removes it whatever the number of registrations. */
 PU_API void uIdRegisterUniqueIdModule(const char *name, int32_t firstId, int32_t count);
 
 /* Removes module name and frees its record. Nothing happens for a null or unknown name. */

@@ -1,5 +1,6 @@
 // uList: a singly linked chain of caller-owned element pointers with a count and an optional
-// recursive mutex. Every positional access walks from the head; there is no tail pointer.
+// recursive mutex. Every positional access walks from the head; there is no tail pointer (the
+// families that build long lists keep one locally, see ListBuilder).
 #include <ulist.h>
 #include <umem.h>
 
@@ -12,27 +13,12 @@
 
 namespace {
 
+using pu::core::linkAfter;
+using pu::core::loadHead;
+using pu::core::loadSize;
 using pu::core::SemGuard;
-
-// uListSize, uListEol and uListFirst read the header without the lock; the header fields are
-// accessed atomically (relaxed) so those unlocked reads are not data races.
-std::int32_t loadSize(const uList *list) {
-    return std::atomic_ref<std::int32_t>(const_cast<uList *>(list)->size)
-        .load(std::memory_order_relaxed);
-}
-
-void storeSize(uList *list, std::int32_t size) {
-    std::atomic_ref<std::int32_t>(list->size).store(size, std::memory_order_relaxed);
-}
-
-uListNode *loadHead(const uList *list) {
-    return std::atomic_ref<uListNode *>(const_cast<uList *>(list)->head)
-        .load(std::memory_order_relaxed);
-}
-
-void storeHead(uList *list, uListNode *head) {
-    std::atomic_ref<uListNode *>(list->head).store(head, std::memory_order_relaxed);
-}
+using pu::core::storeHead;
+using pu::core::storeSize;
 
 // The node at pos; the caller holds the lock and has checked 0 <= pos < size.
 uListNode *nodeAt(const uList *list, std::int32_t pos) {
@@ -41,18 +27,6 @@ uListNode *nodeAt(const uList *list, std::int32_t pos) {
         node = node->next;
     }
     return node;
-}
-
-// Caller holds the lock. Links node after prev, or at the head when prev is null.
-void linkAfter(uList *list, uListNode *prev, uListNode *node) {
-    if (prev == nullptr) {
-        node->next = loadHead(list);
-        storeHead(list, node);
-    } else {
-        node->next = prev->next;
-        prev->next = node;
-    }
-    storeSize(list, loadSize(list) + 1);
 }
 
 // Caller holds the lock and has checked that the node exists. Unlinks the node after prev, or
@@ -280,17 +254,14 @@ int32_t uListSpecialClear(uList *list, uListFreeFn freeFn) {
         return 0;
     }
     {
-        // Move everything out under the lock, then release outside it, so other tasks can use
-        // the list again while the elements are being released.
+        // Move the whole chain out under the lock, then release outside it, so other tasks can
+        // use the list again while the elements are being released. Handing over the chain
+        // keeps the order, needs no node allocation and takes one step however long the list.
         SemGuard guard(list->lock);
-        while (uListEol(list, 0) == 0) {
-            // Moved only once its new node exists, so a failed allocation loses nothing: the
-            // rest simply stays in the list.
-            if (uListAppend(detached, uListGet(list, 0)) < 0) {
-                break;
-            }
-            uListRemove(list, 0);
-        }
+        storeHead(detached, loadHead(list));
+        storeSize(detached, loadSize(list));
+        storeHead(list, nullptr);
+        storeSize(list, 0);
     }
     while (uListEol(detached, 0) == 0) {
         uListRemoveAndFree(detached, 0, freeFn);

@@ -194,9 +194,9 @@ void uIdRegisterUniqueIdModule(const char *name, int32_t firstId, int32_t count)
         }
         module->start = firstId;
         module->end = firstId + count;
-        // A known module is appended again and so listed twice; lookups find the first entry,
-        // which is the same record. Intended.
-        if (uListAppend(lock.registry(), module) < 0 && !known) {
+        // A known module stays listed once: a second entry would outlive the record when the
+        // module is unregistered, and every later lookup would walk through freed memory.
+        if (!known && uListAppend(lock.registry(), module) < 0) {
             freeModule(module);
             logAllocationFailure();
             return;

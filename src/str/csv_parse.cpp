@@ -3,6 +3,7 @@
 #include <ulist.h>
 #include <umem.h>
 
+#include "core/list_internal.hpp"
 #include "str/csv_field.hpp"
 #include "str/str_internal.hpp"
 
@@ -19,20 +20,20 @@ bool isLineBreak(char c) {
 }
 
 // Appends text to the row; a field whose text could not be made is dropped.
-void appendField(uList *row, char *text) {
-    if (text != nullptr && uListAppend(row, text) < 0) {
+void appendField(pu::core::ListBuilder &row, char *text) {
+    if (text != nullptr && row.append(text) < 0) {
         uFree(text);
     }
 }
 
 // The row list of the data parser, and what happens to a finished row. The list is lock-less
 // and ours alone except during the callback, so its nodes (uMalloc'd uListNode records, as the
-// list makes them) are linked here directly and recycled between rows: a field then costs no
-// node allocation, no lock call and no walk from the head, only its own text.
+// list makes them) are recycled between rows and linked at the builder's tail: a field then
+// costs no node allocation and no walk from the head, only its own text.
 class RowSink {
   public:
     RowSink(std::string_view text, uList *row, void *userArg, UStrCsvRowCallback callback)
-        : text_(text), row_(row), userArg_(userArg), callback_(callback) {}
+        : text_(text), row_(row), builder_(row), userArg_(userArg), callback_(callback) {}
     ~RowSink() {
         discard(); // an unfinished row's texts
         while (spare_ != nullptr) {
@@ -61,15 +62,8 @@ class RowSink {
                 return;
             }
         }
-        node->next = nullptr;
         node->data = text;
-        if (tail_ == nullptr) {
-            row_->head = node;
-        } else {
-            tail_->next = node;
-        }
-        tail_ = node;
-        ++row_->size;
+        builder_.appendNode(node);
     }
 
     // Hands the row's texts to the callback, which owns them from then on. Without a callback
@@ -105,14 +99,14 @@ class RowSink {
         }
         row_->head = nullptr;
         row_->size = 0;
-        tail_ = nullptr;
+        builder_.restart();
     }
 
     std::string_view text_;
     uList *row_;
+    pu::core::ListBuilder builder_;
     void *userArg_;
     UStrCsvRowCallback callback_;
-    uListNode *tail_ = nullptr;
     uListNode *spare_ = nullptr;
 };
 
@@ -146,6 +140,7 @@ uList *uStrParseCsvRow(const char *row) {
     if (fields == nullptr) {
         return nullptr;
     }
+    pu::core::ListBuilder builder(fields);
     const std::string_view text = row;
     std::size_t pos = 0;
     bool afterComma = false;
@@ -155,8 +150,8 @@ uList *uStrParseCsvRow(const char *row) {
             break; // nothing but spaces
         }
         // An unterminated quoted field is kept as it was written, opening quote included.
-        appendField(fields, field.unterminated ? pu::str::ownedCopy(field.whole(text))
-                                               : pu::str::csv::buildDataField(text, field));
+        appendField(builder, field.unterminated ? pu::str::ownedCopy(field.whole(text))
+                                                : pu::str::csv::buildDataField(text, field));
         if (field.terminator == Terminator::End) {
             break;
         }

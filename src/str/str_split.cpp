@@ -3,6 +3,7 @@
 #include <umem.h>
 #include <ustr.h>
 
+#include "core/list_internal.hpp"
 #include "str/str_internal.hpp"
 
 #include <cstring>
@@ -44,6 +45,7 @@ uList *uStrSepIgnoreEmpty(const char *str, const char *delim, int32_t ignoreEmpt
     if (list == nullptr) {
         return nullptr;
     }
+    pu::core::ListBuilder builder(list);
     char *rest = copy.ptr;
     while (rest != nullptr) {
         const char *field = strsep(&rest, delim);
@@ -53,7 +55,7 @@ uList *uStrSepIgnoreEmpty(const char *str, const char *delim, int32_t ignoreEmpt
         } else if (ignoreEmpty == 0) {
             element = static_cast<char *>(uMalloc(1));
         }
-        if (element != nullptr && uListAppend(list, element) < 0) {
+        if (element != nullptr && builder.append(element) < 0) {
             uFree(element);
         }
     }

@@ -326,8 +326,7 @@ int32_t uIntervalPlanInit(void) {
     Service &svc = service();
     std::lock_guard lifecycle(svc.lifecycle);
     if (svc.mutex.load() != 0) {
-        // Registering the id module again would list it twice, which its unregistration
-        // cannot undo; a running service is left exactly as it is.
+        // A running service is left exactly as it is, its id module included.
         return 0;
     }
     const SEM_ID mutex = semMCreate(0);

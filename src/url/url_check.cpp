@@ -3,6 +3,7 @@
 #include <uparaurl.h>
 #include <ustr.h>
 
+#include "core/list_internal.hpp"
 #include "url/url_fast_check.hpp"
 #include "url/url_patterns.hpp"
 #include "url/url_segments.hpp"
@@ -10,10 +11,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <cstdint>
 #include <cstring>
+#include <limits>
+#include <new>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 
 namespace {
 
@@ -166,37 +170,86 @@ bool hasRepetitionBomb(std::string_view templ) {
     return false;
 }
 
-// Gives `name` the value, or joins it to the value an earlier segment of the same name gave.
-bool addVariable(uList *pairs, const char *name, const char *value) {
-    for (uListNode *node = pairs->head; node != nullptr; node = node->next) {
-        auto *pair = static_cast<UParaUrlPair *>(node->data);
-        if (std::strcmp(pair->key, name) == 0) {
-            const std::size_t length = std::strlen(pair->value) + 1 + std::strlen(value);
-            auto *joined = static_cast<char *>(uMalloc(static_cast<uint32_t>(length + 1)));
-            if (joined == nullptr) {
-                return false;
-            }
-            std::snprintf(joined, length + 1, "%s,%s", pair->value, value);
-            uFree(pair->value);
-            pair->value = joined;
-            return true;
+// The variables of one template and one path, as pairs in the order their names first appear.
+// A path of n segments costs O(n) whatever the names: each name is found through a hash index
+// rather than by scanning the pairs, a repeated name's value grows in place with its room
+// doubled rather than being copied whole for every segment, and pairs are linked at the tail.
+class VariableSet {
+  public:
+    explicit VariableSet(uList *pairs) : builder_(pairs) {}
+
+    // Gives `name` the value, or joins it with ',' to the value an earlier segment of the same
+    // name gave. A variable whose memory cannot be had is dropped (a join leaves the value as it
+    // was), and the rest go on.
+    void add(const char *name, const char *value) {
+        const auto found = index_.find(name);
+        if (found != index_.end()) {
+            join(found->second, value);
+            return;
+        }
+        auto *pair = static_cast<UParaUrlPair *>(uMalloc(sizeof(UParaUrlPair)));
+        if (pair == nullptr) {
+            return;
+        }
+        pair->key = pu::url::copyOf(name);
+        pair->value = pu::url::copyOf(value);
+        if (pair->key == nullptr || pair->value == nullptr || !remember(pair)) {
+            urlParaQueryFree(pair);
+            return;
+        }
+        if (builder_.append(pair) < 0) {
+            index_.erase(pair->key);
+            urlParaQueryFree(pair);
         }
     }
-    auto *pair = static_cast<UParaUrlPair *>(uMalloc(sizeof(UParaUrlPair)));
-    if (pair == nullptr) {
-        return false;
+
+  private:
+    struct Entry {
+        UParaUrlPair *pair;
+        std::size_t length;   // of the value
+        std::size_t capacity; // bytes allocated for the value
+    };
+
+    bool remember(UParaUrlPair *pair) {
+        const std::size_t length = std::strlen(pair->value);
+        try {
+            index_.emplace(pair->key, Entry{pair, length, length + 1});
+            return true;
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
     }
-    pair->key = pu::url::copyOf(name);
-    pair->value = pu::url::copyOf(value);
-    if (pair->key == nullptr || pair->value == nullptr || uListAppend(pairs, pair) < 0) {
-        urlParaQueryFree(pair);
-        return false;
+
+    static void join(Entry &entry, const char *value) {
+        const std::size_t added = std::strlen(value);
+        const std::size_t length = entry.length + 1 + added;
+        if (length >= entry.capacity) {
+            const std::size_t capacity = std::max(length + 1, entry.capacity * 2);
+            if (capacity > std::numeric_limits<std::uint32_t>::max()) {
+                return;
+            }
+            auto *grown = static_cast<char *>(uMalloc(static_cast<std::uint32_t>(capacity)));
+            if (grown == nullptr) {
+                return;
+            }
+            std::memcpy(grown, entry.pair->value, entry.length);
+            uFree(entry.pair->value);
+            entry.pair->value = grown;
+            entry.capacity = capacity;
+        }
+        char *end = entry.pair->value + entry.length;
+        *end = ',';
+        std::memcpy(end + 1, value, added + 1);
+        entry.length = length;
     }
-    return true;
-}
+
+    pu::core::ListBuilder builder_;
+    std::unordered_map<std::string_view, Entry> index_;
+};
 
 // Pairs the variables of the template with the URL segments at the same positions.
 void collectVariables(uList *templSegments, uList *urlSegments, uList *pairs) {
+    VariableSet variables(pairs);
     uListNode *urlNode = urlSegments->head;
     for (uListNode *node = templSegments->head; node != nullptr; node = node->next) {
         if (urlNode == nullptr) {
@@ -204,7 +257,7 @@ void collectVariables(uList *templSegments, uList *urlSegments, uList *pairs) {
         }
         const char *segment = static_cast<const char *>(node->data);
         if (pu::url::isVariableSegment(segment)) {
-            addVariable(pairs, segment + 1, static_cast<const char *>(urlNode->data));
+            variables.add(segment + 1, static_cast<const char *>(urlNode->data));
         }
         urlNode = urlNode->next;
     }

@@ -5,6 +5,7 @@
 #include <ustr.h>
 #include <ustrurl.h>
 
+#include "core/list_internal.hpp"
 #include "url/url_form.hpp"
 #include "url/url_internal.hpp"
 
@@ -325,6 +326,7 @@ uList *uParaUrlQuery(const char *query) {
     if (list == nullptr) {
         return nullptr;
     }
+    pu::core::ListBuilder builder(list);
     std::string_view rest(query);
     while (!rest.empty()) {
         const std::size_t amp = rest.find('&');
@@ -337,7 +339,7 @@ uList *uParaUrlQuery(const char *query) {
         if (pair == nullptr) {
             break; // keep what was split so far
         }
-        if (uListAppend(list, pair) < 0) {
+        if (builder.append(pair) < 0) {
             urlParaQueryFree(pair);
             break;
         }

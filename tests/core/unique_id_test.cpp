@@ -147,6 +147,17 @@ TEST(UniqueId, UnregisterForgetsTheModule) {
     uIdRegisterUniqueIdModule("gone", 0, 2); // afresh: all ids free again
     EXPECT_EQ(draw("gone", 3), Ids({0, 1, -1}));
 
+    // Registered twice, unregistered once: the module is gone, and neither looking it up nor
+    // looking up a module listed after it touches the freed record.
+    uIdRegisterUniqueIdModule("twice", 0, 2);
+    uIdRegisterUniqueIdModule("twice", 0, 4);
+    uIdRegisterUniqueIdModule("afterTwice", 7, 1);
+    uIdUnregisterUniqueIdModule("twice");
+    EXPECT_EQ(uIdGetModuleAvailableUniqueId("twice"), -1);
+    uIdReleaseModuleUniqueId("twice", 0);
+    EXPECT_EQ(draw("afterTwice", 2), Ids({7, -1}));
+    EXPECT_EQ(log.count(kWarning, kModule, notRegistered("twice")), 1);
+
     // The empty name is a module like any other.
     uIdRegisterUniqueIdModule("", 5, 1);
     EXPECT_EQ(draw("", 2), Ids({5, -1}));
