@@ -3,6 +3,7 @@
 #include <uparaurl.h>
 #include <ustr.h>
 
+#include "core/checked_size.hpp"
 #include "para/url_fast_check.hpp"
 #include "para/url_patterns.hpp"
 #include "para/url_segments.hpp"
@@ -171,12 +172,14 @@ bool addVariable(uList *pairs, const char *name, const char *value) {
     for (uListNode *node = pairs->head; node != nullptr; node = node->next) {
         auto *pair = static_cast<UParaUrlPair *>(node->data);
         if (std::strcmp(pair->key, name) == 0) {
-            const std::size_t length = std::strlen(pair->value) + 1 + std::strlen(value);
-            auto *joined = static_cast<char *>(uMalloc(static_cast<uint32_t>(length + 1)));
+            // Both texts, the comma and the terminator.
+            const pu::core::CheckedSize size =
+                pu::core::checkedAdd(std::strlen(pair->value) + 2, std::strlen(value));
+            auto *joined = static_cast<char *>(pu::core::allocate(size));
             if (joined == nullptr) {
                 return false;
             }
-            std::snprintf(joined, length + 1, "%s,%s", pair->value, value);
+            std::snprintf(joined, *size, "%s,%s", pair->value, value);
             uFree(pair->value);
             pair->value = joined;
             return true;
