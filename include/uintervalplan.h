@@ -43,7 +43,8 @@ PU_API void uIntervalPlanUninit(void);
 /* Adds a plan that will run count times (0: the plan ends after its first run, see below) with
  * interval seconds between the end of a run and the next start. The plan does nothing until
  * uIntervalPlanStart. Returns the plan's id, or -1 for a null cb, a negative count or interval,
- * before init, when memory is short or all 100 ids are in use (logged).
+ * an interval above 2,147,483 s (the longest wait a timer holds), before init, when memory is
+ * short or all 100 ids are in use (logged).
  *
  * Count 0 is stored as "no limit", but the first start counts down from it too, so such a plan
  * finishes at its first completion. */

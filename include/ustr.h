@@ -40,7 +40,8 @@ PU_API char *uStrnSafeCat(char *dst, int32_t size, const char *src, int32_t n);
 /* Appends src to the heap text *buf whose block holds *capacity bytes, growing the block with
  * realloc to strlen(*buf) + strlen(src) + 256 bytes when src does not fit (a null *buf starts
  * a fresh block). Returns 0, or -1 for a null argument or when realloc fails; in that case
- * *capacity already holds the new size while *buf still holds the old block. */
+ * *capacity already holds the new size while *buf still holds the old block. A new size above
+ * the 32-bit capacity is refused with -1 before anything changes. */
 PU_API int32_t uStrDynamicCat(char **buf, uint32_t *capacity, const char *src);
 
 /* Appends exactly n bytes of src (which must be readable) to the heap text *buf, the whole
@@ -52,7 +53,7 @@ PU_API char *uStrDynamicSafeNCat(char **buf, int32_t maxSize, const char *src, i
 /* ---- Copies ---------------------------------------------------------------------------- */
 
 /* A new copy of str, or null when str is null or "" (an empty string means "absent" throughout
- * the library) or memory runs out. Release with uFree. */
+ * the library), when memory runs out or the copy would exceed 4 GiB. Release with uFree. */
 PU_API char *uStrGetCopy(const char *str);
 
 /* value formatted with "%d" as a new string, or null when memory runs out. Release with uFree. */

@@ -61,7 +61,8 @@ PU_API uint32_t uTimerAddSecWithWakeup(uTimerCallback callback, void *arg, uint3
 /* Adds a wake-up timer for the calendar time wallTime (seconds, as time() gives) and remembers
  * that time, so the timer is moved when the wall clock is set. The delay is (wallTime - now)
  * seconds as uTimerAddSecWithWakeup computes it, so a time shortly past gives a negative delay
- * and 0. Returns the id, or 0. */
+ * and 0. A time more than 2,147,483 s ahead or behind is refused (0, logged) rather than armed
+ * at a wrapped delay. Returns the id, or 0. */
 PU_API uint32_t uTimerEventAdd(uTimerCallback callback, void *arg, uint32_t wallTime);
 
 /* Deletes the timer; an unknown id or 0 is ignored. Deleting the earliest wake-up timer re-arms

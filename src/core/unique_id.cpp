@@ -6,6 +6,7 @@
 #include <ustr.h>
 #include <uuniqueid.h>
 
+#include "core/checked_size.hpp"
 #include "core/log_modules.hpp"
 
 #include <atomic>
@@ -95,11 +96,11 @@ Module *findModule(uList *registry, const char *name) {
 }
 
 std::uint32_t *newFlags(std::int32_t count) {
-    constexpr auto kMaxCount = std::numeric_limits<std::uint32_t>::max() / sizeof(std::uint32_t);
-    if (static_cast<std::uint64_t>(count) > kMaxCount) {
+    if (count < 0) {
         return nullptr;
     }
-    return static_cast<std::uint32_t *>(uMalloc(static_cast<std::uint32_t>(count) * 4));
+    return static_cast<std::uint32_t *>(pu::core::allocate(
+        pu::core::checkedMul(static_cast<std::size_t>(count), sizeof(std::uint32_t))));
 }
 
 void freeModule(Module *module) {

@@ -110,8 +110,8 @@ void uDigestMD5(const uint8_t *data, uint32_t length, uint8_t *output, uint32_t 
 }
 
 int32_t uDigestCalculateHex(const uint8_t *data, uint32_t length, char *text, int32_t size) {
-    // 32 is accepted although 33 bytes are written: callers rely on the old test.
-    if (data == nullptr || text == nullptr || size < 32) {
+    // 32 hexadecimal digits and the terminator.
+    if (data == nullptr || text == nullptr || size < static_cast<int32_t>(2 * kMd5Size + 1)) {
         return -1;
     }
     uint8_t digest[kMd5Size] = {};

@@ -4,6 +4,7 @@
 
 #include <umem.h>
 
+#include "core/checked_size.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 #include "hash/string_hash.hpp"
@@ -208,7 +209,7 @@ class Snapshot {
         }
         if (needed > kInlineCopies) {
             copies_ = static_cast<CarerCopy *>(
-                uMalloc(static_cast<std::uint32_t>(needed * sizeof(CarerCopy))));
+                pu::core::allocate(pu::core::checkedMul(needed, sizeof(CarerCopy))));
             if (copies_ == nullptr) {
                 copies_ = inline_;
                 return false;

@@ -12,7 +12,6 @@
 
 #include <array>
 #include <atomic>
-#include <mutex>
 
 namespace {
 
@@ -84,8 +83,7 @@ int32_t setSystemStatus(const char *name, uint32_t value) {
     const pu::hash::NameKeys keys = pu::hash::nameKeys(name, kSlots);
     // Taken before the lazy creation: the very first call takes id 0, which fails harmlessly,
     // and runs its critical section without a lock.
-    pu::core::SemMutex mutex(gLock.load(std::memory_order_acquire));
-    std::unique_lock guard(mutex);
+    const pu::core::SemGuard guard(gLock.load(std::memory_order_acquire));
     if (!gInitialised.load(std::memory_order_acquire)) {
         initialise();
     }
@@ -95,7 +93,6 @@ int32_t setSystemStatus(const char *name, uint32_t value) {
         if (record == nullptr) {
             StatusRecord *fresh = newRecord(name, value, keys);
             if (fresh == nullptr) {
-                guard.release(); // intended: this exit keeps the lock held
                 return -1;
             }
             // Filled before it is published, so a reader never sees a half-made record. Only an

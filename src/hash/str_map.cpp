@@ -5,6 +5,7 @@
 #include <umem.h>
 #include <ustr.h>
 
+#include "core/checked_size.hpp"
 #include "hash/map_table.hpp"
 
 #include <cstdint>
@@ -89,11 +90,8 @@ void *valueOf(const uHash *map, const char *key) {
 
 // A new item holding a copy of the probe's (already folded) bytes, or null.
 StrItem *newItem(const ProbeKey &probe, void *value) {
-    const std::size_t size = sizeof(StrItem) + probe.length() + 1;
-    if (size > UINT32_MAX) {
-        return nullptr;
-    }
-    auto *item = static_cast<StrItem *>(uMalloc(static_cast<std::uint32_t>(size)));
+    auto *item = static_cast<StrItem *>(
+        pu::core::allocate(pu::core::checkedAdd(sizeof(StrItem) + 1, probe.length())));
     if (item != nullptr) {
         item->key = reinterpret_cast<char *>(item + 1);
         std::memcpy(item->key, probe.text(), probe.length() + 1);

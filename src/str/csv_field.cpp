@@ -3,6 +3,7 @@
 #include <umem.h>
 #include <ustr.h>
 
+#include "core/checked_size.hpp"
 #include "str/csv_field.hpp"
 #include "str/str_internal.hpp"
 
@@ -115,11 +116,12 @@ ScannedField scanField(std::string_view text, std::size_t pos, bool lineBreaks) 
 }
 
 char *buildCollapsed(std::string_view first, std::string_view second) {
+    const pu::core::CheckedSize room =
+        pu::core::checkedAdd(pu::core::checkedAdd(first.size(), second.size()), 1);
     const bool anyQuote =
         first.find('"') != std::string_view::npos || second.find('"') != std::string_view::npos;
     if (!anyQuote) {
-        auto *copy =
-            static_cast<char *>(uMalloc(static_cast<uint32_t>(first.size() + second.size() + 1)));
+        auto *copy = static_cast<char *>(pu::core::allocate(room));
         if (copy != nullptr) {
             std::copy(first.begin(), first.end(), copy);
             std::copy(second.begin(), second.end(), copy + first.size());
@@ -127,8 +129,7 @@ char *buildCollapsed(std::string_view first, std::string_view second) {
         return copy;
     }
     // Collapsing never lengthens; the pieces' total length is enough room.
-    auto *copy =
-        static_cast<char *>(uMalloc(static_cast<uint32_t>(first.size() + second.size() + 1)));
+    auto *copy = static_cast<char *>(pu::core::allocate(room));
     if (copy != nullptr) {
         bool pendingQuote = false;
         char *out = appendCollapsed(copy, first, pendingQuote);

@@ -174,6 +174,9 @@ int32_t uStrParseCsvData(const char *data, int32_t partial, void *userArg,
     if (text.empty()) {
         return 0;
     }
+    if (text.size() > INT32_MAX) {
+        return -1; // the consumed count could not be returned
+    }
     uList *row = uListInit(0);
     if (row == nullptr) {
         return -1;

@@ -2,6 +2,7 @@
 #include <umem.h>
 #include <ustr.h>
 
+#include "core/checked_size.hpp"
 #include "str/str_internal.hpp"
 
 #include <algorithm>
@@ -116,11 +117,15 @@ int32_t uStrDynamicCat(char **buf, uint32_t *capacity, const char *src) {
             std::memcpy(*buf + length, src, srcLength + 1);
             return 0;
         }
-    } else {
-        *capacity = 0;
+    }
+    // A capacity the 32-bit count cannot hold is refused before anything changes.
+    const auto grownSize = pu::core::allocationSize(
+        pu::core::checkedAdd(pu::core::checkedAdd(length, srcLength), 256));
+    if (!grownSize) {
+        return -1;
     }
     // The new capacity is stored before the realloc and stays even when it fails: kept as is.
-    *capacity = static_cast<uint32_t>(length + srcLength + 256);
+    *capacity = *grownSize;
     auto *grown = static_cast<char *>(std::realloc(*buf, *capacity));
     if (grown == nullptr) {
         return -1;
@@ -163,7 +168,7 @@ char *uStrDynamicSafeNCat(char **buf, int32_t maxSize, const char *src, int32_t 
     const std::size_t current = std::strlen(*buf);
     std::size_t newSize = 0;
     std::size_t take = 0;
-    if (current + static_cast<std::size_t>(n) < cap) {
+    if (current < cap && static_cast<std::size_t>(n) < cap - current) {
         newSize = current + static_cast<std::size_t>(n) + 1;
         take = pieceLength;
     } else if (current + 1 < cap) {

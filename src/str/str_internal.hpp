@@ -3,6 +3,8 @@
 
 #include <umem.h>
 
+#include "core/checked_size.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -26,13 +28,10 @@ constexpr std::string_view trimmed(std::string_view text, std::string_view blank
     return text.substr(first, last - first + 1);
 }
 
-// A new uMalloc string holding text (possibly ""), or null when memory runs out.
+// A new uMalloc string holding text (possibly ""), or null when memory runs out or the text is
+// too long for uMalloc.
 inline char *ownedCopy(std::string_view text) {
-    auto *copy = static_cast<char *>(uMalloc(static_cast<std::uint32_t>(text.size() + 1)));
-    if (copy != nullptr && !text.empty()) {
-        std::memcpy(copy, text.data(), text.size());
-    }
-    return copy;
+    return pu::core::copyText(text);
 }
 
 // Builds a text inside a fixed buffer of size bytes that starts zeroed: appends are cut so that

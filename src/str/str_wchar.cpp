@@ -2,6 +2,8 @@
 #include <umem.h>
 #include <ustr.h>
 
+#include "core/checked_size.hpp"
+
 #include <atomic>
 #include <clocale>
 #include <cstdlib>
@@ -26,7 +28,7 @@ int wcharConvert(const char *src, char *dst, uint32_t dstSize, WideMap map) {
         return -1;
     }
     const std::size_t capacity = std::strlen(src) + 1;
-    Block decoded{uMalloc(static_cast<uint32_t>(capacity * sizeof(wchar_t)))};
+    Block decoded{pu::core::allocate(pu::core::checkedMul(capacity, sizeof(wchar_t)))};
     auto *wide = static_cast<wchar_t *>(decoded.ptr);
     if (wide == nullptr) {
         return -1;
@@ -35,7 +37,8 @@ int wcharConvert(const char *src, char *dst, uint32_t dstSize, WideMap map) {
     if (count == static_cast<std::size_t>(-1)) {
         return -1;
     }
-    Block mappedBlock{uMalloc(static_cast<uint32_t>((count + 1) * sizeof(wchar_t)))};
+    Block mappedBlock{
+        pu::core::allocate(pu::core::checkedMul(pu::core::checkedAdd(count, 1), sizeof(wchar_t)))};
     auto *mapped = static_cast<wchar_t *>(mappedBlock.ptr);
     if (mapped == nullptr) {
         return -1;

@@ -13,6 +13,7 @@
 
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
+#include "time/timer_limits.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -364,7 +365,9 @@ void uIntervalPlanUninit(void) {
 }
 
 int32_t uIntervalPlanAdd(int32_t count, int32_t interval, uIntervalPlanCallback cb) {
-    if (cb == nullptr || count < 0 || interval < 0) {
+    // A longer interval could not be armed when the plan starts waiting: refused here, where the
+    // caller still learns of it, rather than waiting a wrapped time or for ever.
+    if (cb == nullptr || count < 0 || interval < 0 || interval > pu::timer::kMaxDelaySeconds) {
         logLine(pu::log::kWarning, "%s, invaild param.", "uIntervalPlanAdd");
         return -1;
     }

@@ -1,5 +1,6 @@
 // The timer list: a delta list of pool records under the timer mutex. Adding, deleting,
 // refreshing and querying timers, arming the device wake-up, and expiring the head.
+#include "core/checked_size.hpp"
 #include "time/timer_service.hpp"
 
 #include <uasync.h>
@@ -193,10 +194,9 @@ void startService(std::int32_t count, bool explicitCall) {
     s.timers = uListInit(0);
     s.heartbeats.store(uListInit(1), std::memory_order_release);
 
-    const std::size_t bytes = U_BM_HEAP_SIZE(blocks, sizeof(uTimerNode));
-    void *memory = bytes <= std::numeric_limits<std::uint32_t>::max()
-                       ? uMalloc(static_cast<std::uint32_t>(bytes))
-                       : nullptr;
+    // U_BM_HEAP_SIZE's product, checked: a huge count on a 32-bit build must not wrap.
+    void *memory = pu::core::allocate(pu::core::checkedMul(
+        static_cast<std::size_t>(blocks), sizeof(uTimerNode) + U_BM_BLOCK_OVERHEAD));
     if (memory != nullptr) {
         uBmInitHeap(&s.pool, static_cast<std::uint32_t>(blocks), sizeof(uTimerNode), memory);
         s.hasPool = true;

@@ -7,6 +7,7 @@
 
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
+#include "time/timer_limits.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -69,6 +70,14 @@ extern "C" {
 
 uint32_t uTimerEventAdd(uTimerCallback callback, void *arg, uint32_t wallTime) {
     const std::uint32_t now = wallClockNow();
+    // Further ahead (or behind) than a timer can wait, the seconds' product would wrap to an
+    // unrelated delay: refused instead of firing at a wrong time.
+    const std::int64_t secondsAhead = std::int64_t{wallTime} - std::int64_t{now};
+    if (secondsAhead > pu::timer::kMaxDelaySeconds || secondsAhead < -pu::timer::kMaxDelaySeconds) {
+        basaltPrintLog(pu::log::kWarning, pu::log::kTimer, "%s: wall time out of range \n",
+                       "uTimerEventAdd");
+        return 0;
+    }
     ensureStarted();
     Service &s = service();
     // The timer task walks this list too; the timer mutex guards it.

@@ -3,6 +3,7 @@
 #include <uparaurl.h>
 #include <ustr.h>
 
+#include "core/checked_size.hpp"
 #include "core/list_internal.hpp"
 #include "url/url_fast_check.hpp"
 #include "url/url_patterns.hpp"
@@ -222,13 +223,15 @@ class VariableSet {
 
     static void join(Entry &entry, const char *value) {
         const std::size_t added = std::strlen(value);
-        const std::size_t length = entry.length + 1 + added;
+        const pu::core::CheckedSize joined = pu::core::checkedAdd(entry.length + 1, added);
+        if (!joined) {
+            return;
+        }
+        const std::size_t length = *joined;
         if (length >= entry.capacity) {
-            const std::size_t capacity = std::max(length + 1, entry.capacity * 2);
-            if (capacity > std::numeric_limits<std::uint32_t>::max()) {
-                return;
-            }
-            auto *grown = static_cast<char *>(uMalloc(static_cast<std::uint32_t>(capacity)));
+            const pu::core::CheckedSize doubled = pu::core::checkedMul(entry.capacity, 2);
+            const std::size_t capacity = std::max(length + 1, doubled.value_or(length + 1));
+            auto *grown = static_cast<char *>(pu::core::allocate(capacity));
             if (grown == nullptr) {
                 return;
             }

@@ -3,6 +3,7 @@
 #include <ustr.h>
 #include <ustrurl.h>
 
+#include "core/checked_size.hpp"
 #include "url/url_internal.hpp"
 
 #include <array>
@@ -200,7 +201,8 @@ int32_t uStrFileNameEscape(const char *name, char **out) {
         return -1;
     }
     const std::size_t length = std::strlen(name);
-    auto *escaped = static_cast<char *>(uMalloc(static_cast<uint32_t>(3 * length + 1)));
+    auto *escaped = static_cast<char *>(
+        pu::core::allocate(pu::core::checkedAdd(pu::core::checkedMul(3, length), 1)));
     if (escaped == nullptr) {
         return -1;
     }

@@ -4,6 +4,8 @@
 
 #include <umem.h>
 
+#include "core/checked_size.hpp"
+
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -78,14 +80,14 @@ inline unsigned hexValue(char c) {
 }
 
 // A zero-filled working buffer of a given size: on the stack when small, else from uMalloc.
-// ok() is false when memory ran out.
+// ok() is false when memory ran out or the size overflowed.
 class ScratchText {
   public:
-    explicit ScratchText(std::size_t size) : size_(size) {
-        if (size <= sizeof(inline_)) {
+    explicit ScratchText(pu::core::CheckedSize size) : size_(size.value_or(0)) {
+        if (size && *size <= sizeof(inline_)) {
             data_ = inline_;
         } else {
-            data_ = static_cast<char *>(uMalloc(static_cast<std::uint32_t>(size)));
+            data_ = static_cast<char *>(pu::core::allocate(size));
         }
     }
     ~ScratchText() {
@@ -106,16 +108,10 @@ class ScratchText {
     std::size_t size_;
 };
 
-// A new uMalloc string holding text ("" allowed), or null when memory runs out.
+// A new uMalloc string holding text ("" allowed), or null when memory runs out or the text is
+// too long for uMalloc.
 inline char *copyOf(std::string_view text) {
-    if (text.size() >= UINT32_MAX) {
-        return nullptr; // beyond what uMalloc can be asked for
-    }
-    auto *copy = static_cast<char *>(uMalloc(static_cast<std::uint32_t>(text.size() + 1)));
-    if (copy != nullptr && !text.empty()) {
-        std::memcpy(copy, text.data(), text.size());
-    }
-    return copy;
+    return pu::core::copyText(text);
 }
 
 // atoi of the start of text without its undefined behaviour on overflow: leading blanks, a sign

@@ -7,6 +7,7 @@
 #include <ustrconv.h>
 #include <ustrurl.h>
 
+#include "core/checked_size.hpp"
 #include "url/url_internal.hpp"
 
 #include <arpa/inet.h>
@@ -370,7 +371,7 @@ int32_t uStrUrlParse(const char *url, UStrUrlPara **out) {
     }
     *out = nullptr;
     const std::size_t length = std::strlen(url);
-    pu::url::ScratchText work(3 * length + 1);
+    pu::url::ScratchText work(pu::core::checkedAdd(pu::core::checkedMul(3, length), 1));
     if (!work.ok()) {
         return -1;
     }

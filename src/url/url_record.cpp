@@ -281,8 +281,10 @@ void uStrParseHostAndPort(const char *url, char *host, uint32_t hostSize, uint32
     if (rec == nullptr) {
         return;
     }
+    // The count is only a limit: hostSize bounds the copy, so a clamped length copies the same.
+    const std::size_t hostLength = rec->host != nullptr ? std::strlen(rec->host) : 0;
     uStrnSafeCopy(host, hostSize, rec->host != nullptr ? rec->host : "",
-                  rec->host != nullptr ? static_cast<uint32_t>(std::strlen(rec->host)) : 0);
+                  static_cast<uint32_t>(std::min<std::size_t>(hostLength, UINT32_MAX)));
     if (port != nullptr) {
         *port = static_cast<uint32_t>(rec->port);
     }

@@ -325,14 +325,14 @@ TEST(Digest, Sha256AndMd5KnownAnswers) {
     EXPECT_EQ(toHex(out, 16), std::string(32, 'e'));
 }
 
-TEST(Digest, CalculateHexAcceptsThirtyTwoAndHashesNothingForEmptyInput) {
+TEST(Digest, CalculateHexNeedsRoomForTheTerminatorAndHashesNothingForEmptyInput) {
     const Bytes abc = asBytes("abc");
     char text[34];
     std::memset(text, '#', sizeof text);
-    EXPECT_EQ(uDigestCalculateHex(abc.data(), 3, text, 31), -1);
+    // 32 bytes hold the digits but not the terminator.
+    EXPECT_EQ(uDigestCalculateHex(abc.data(), 3, text, 32), -1);
     EXPECT_EQ(text[0], '#');
-    // A size of 32 is accepted, and 33 bytes are written.
-    EXPECT_EQ(uDigestCalculateHex(abc.data(), 3, text, 32), 0);
+    EXPECT_EQ(uDigestCalculateHex(abc.data(), 3, text, 33), 0);
     EXPECT_STREQ(text, "900150983cd24fb0d6963f7d28e17f72");
     EXPECT_EQ(text[33], '#');
     EXPECT_EQ(uDigestCalculateHex(abc.data(), 0, text, 33), 0);

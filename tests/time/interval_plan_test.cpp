@@ -312,6 +312,34 @@ TEST_F(IntervalPlanTest, RefusedInputIsLogged) {
     }
 }
 
+TEST_F(IntervalPlanTest, IntervalsATimerCannotWaitAreRefusedAtAdd) {
+    // 2,147,483 s is the longest wait a timer holds. Longer ones must not wrap: 4,294,968 s
+    // would wait 0.7 s, and 3,000,000 s would never start the next run.
+    const struct {
+        std::int32_t interval;
+        bool accepted;
+    } cases[] = {
+        {2'147'483, true},  {2'147'484, false}, {3'000'000, false},
+        {4'294'968, false}, {INT32_MAX, false},
+    };
+    for (const auto &c : cases) {
+        LogCapture capture;
+        const std::int32_t id = uIntervalPlanAdd(2, c.interval, recordCall);
+        if (!c.accepted) {
+            EXPECT_EQ(id, -1) << c.interval;
+            EXPECT_EQ(capture.count(2, kModule, "uIntervalPlanAdd, invaild param."), 1);
+            continue;
+        }
+        ASSERT_GT(id, 0);
+        settled(uIntervalPlanStart, id);
+        settled(uIntervalPlanComplete, id);
+        uTimerShow(); // the wait is armed for its whole length
+        EXPECT_EQ(capture.countContaining("basalt.utils.timer", "expires=[2147483000]"), 1)
+            << capture.dump();
+        EXPECT_EQ(settled(uIntervalPlanDel, id), 0);
+    }
+}
+
 TEST_F(IntervalPlanTest, NothingWorksBetweenUninitAndInit) {
     const std::int32_t id = uIntervalPlanAdd(1, 1, recordCall);
     uIntervalPlanStart(id);

@@ -1,6 +1,8 @@
 // Wake-up timers, observed through the power manager's recorded calls.
 #include "timer_harness.hpp"
 
+#include <log_capture.hpp>
+
 namespace pu::test {
 namespace {
 
@@ -105,6 +107,36 @@ TEST_F(TimerTest, CalendarBoundTimersAreWakeupTimers) {
     EXPECT_EQ(powerCalls(handle_).arms, before.arms + 1);
     EXPECT_EQ(platformSimWakeUpDelay(handle_), 90000);
     EXPECT_EQ(uTimerEventAdd(Recorder::callback, tag(2), 1'699'999'999), 0U); // past
+    setWallClock(0);
+}
+
+TEST_F(TimerTest, CalendarTimesATimerCannotReachAreRefused) {
+    Timers timers;
+    constexpr std::uint32_t kNow = 1'700'000'000;
+    setWallClock(kNow);
+    // Beyond 2,147,483 s either way the delay would wrap: 4,294,968 s ahead to 0.7 s, and
+    // 3,000,000 s behind to about 15 days ahead.
+    const struct {
+        std::int64_t offset;
+        bool armed;
+        bool outOfRange;
+    } cases[] = {
+        {2'147'483, true, false},   {2'147'484, false, true},  {4'294'968, false, true},
+        {-2'147'483, false, false}, {-3'000'000, false, true},
+    };
+    for (const auto &c : cases) {
+        LogCapture capture;
+        const std::uint32_t id = timers.keep(uTimerEventAdd(
+            Recorder::callback, tag(1), static_cast<std::uint32_t>(kNow + c.offset)));
+        EXPECT_EQ(id != 0, c.armed) << c.offset;
+        if (c.armed) {
+            EXPECT_EQ(uTimerRemainGet(id), static_cast<std::uint32_t>(c.offset * 1000));
+        }
+        EXPECT_EQ(
+            capture.countContaining("basalt.utils.timer", "uTimerEventAdd: wall time out of range"),
+            c.outOfRange ? 1 : 0)
+            << c.offset;
+    }
     setWallClock(0);
 }
 
