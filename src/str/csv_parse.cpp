@@ -19,10 +19,13 @@ bool isLineBreak(char c) {
 }
 
 // Appends text to the row; a field whose text could not be made is dropped.
-void appendField(uList *row, char *text) {
+// False when the field's text or node could not be made.
+bool appendField(uList *row, char *text) {
     if (text != nullptr && uListAppend(row, text) < 0) {
         uFree(text);
+        return false;
     }
+    return text != nullptr;
 }
 
 // The row list of the data parser, and what happens to a finished row. The list is lock-less
@@ -155,8 +158,13 @@ uList *uStrParseCsvRow(const char *row) {
             break; // nothing but spaces
         }
         // An unterminated quoted field is kept as it was written, opening quote included.
-        appendField(fields, field.unterminated ? pu::str::ownedCopy(field.whole(text))
-                                               : pu::str::csv::buildDataField(text, field));
+        // A row missing a field would shift every later column: no memory fails the whole row.
+        if (!appendField(fields, field.unterminated ? pu::str::ownedCopy(field.whole(text))
+                                                    : pu::str::csv::buildDataField(text, field))) {
+            uListSpecialClear(fields, nullptr);
+            uListUninit(fields);
+            return nullptr;
+        }
         if (field.terminator == Terminator::End) {
             break;
         }

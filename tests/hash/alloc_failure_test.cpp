@@ -19,14 +19,14 @@ using pu::test::FailAlloc;
 
 struct AllocCase {
     const char *name;
-    bool known; // a defect fixed on another branch
+    const char *known; // why the case is skipped for now
     std::function<void(const FailAlloc &)> run;
 };
 
 int gValue = 7;
 
 const AllocCase kCases[] = {
-    {"StringMap", false,
+    {"StringMap", nullptr,
      [](const FailAlloc &fault) {
          uHash *map = uHashCreateMap(1);
          if (map == nullptr) {
@@ -40,7 +40,7 @@ const AllocCase kCases[] = {
          EXPECT_EQ(uHashGetValue(map, "key"), &gValue);
          uHashDestroyMap(map, nullptr);
      }},
-    {"IntMap", false,
+    {"IntMap", nullptr,
      [](const FailAlloc &fault) {
          uIntHash *map = uIntHashMapCreate();
          if (map == nullptr) {
@@ -54,7 +54,7 @@ const AllocCase kCases[] = {
          EXPECT_EQ(uIntHashGetValue(map, -3), &gValue);
          uIntHashDestroyMap(map, nullptr);
      }},
-    {"StatusStore", true,
+    {"StatusStore", "setSystemStatus keeps the store's lock after a failed allocation",
      [](const FailAlloc &fault) {
          const int32_t set = setSystemStatus("alloc.sweep", 5);
          EXPECT_EQ(set == -1, fault.hit());
@@ -75,8 +75,8 @@ const AllocCase kCases[] = {
 class HashAllocFailure : public testing::TestWithParam<AllocCase> {};
 
 TEST_P(HashAllocFailure, FailsCleanlyAndStaysUsable) {
-    if (GetParam().known) {
-        GTEST_SKIP() << "setSystemStatus keeps the store's lock after a failed allocation";
+    if (GetParam().known != nullptr) {
+        GTEST_SKIP() << GetParam().known;
     }
     EXPECT_GT(pu::test::sweepAllocFailures(GetParam().run), 0U);
 }
