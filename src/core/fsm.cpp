@@ -8,6 +8,11 @@ uFsm *uFsmCreate(void) {
     auto *fsm = static_cast<uFsm *>(uMalloc(sizeof(uFsm)));
     if (fsm != nullptr) {
         fsm->rows = uListInit(0);
+        if (fsm->rows == nullptr) {
+            // A table without its row list could never take a row: report no memory instead.
+            uFree(fsm);
+            return nullptr;
+        }
     }
     return fsm;
 }

@@ -19,11 +19,13 @@ bool isLineBreak(char c) {
     return c == '\r' || c == '\n';
 }
 
-// Appends text to the row; a field whose text could not be made is dropped.
-void appendField(pu::core::ListBuilder &row, char *text) {
+// Appends text to the row; a text that could not be made, or its node, frees it and fails.
+bool appendField(pu::core::ListBuilder &row, char *text) {
     if (text != nullptr && row.append(text) < 0) {
         uFree(text);
+        return false;
     }
+    return text != nullptr;
 }
 
 // The row list of the data parser, and what happens to a finished row. The list is lock-less
@@ -150,8 +152,13 @@ uList *uStrParseCsvRow(const char *row) {
             break; // nothing but spaces
         }
         // An unterminated quoted field is kept as it was written, opening quote included.
-        appendField(builder, field.unterminated ? pu::str::ownedCopy(field.whole(text))
-                                                : pu::str::csv::buildDataField(text, field));
+        // A row missing a field would shift every later column: no memory fails the whole row.
+        if (!appendField(builder, field.unterminated ? pu::str::ownedCopy(field.whole(text))
+                                                    : pu::str::csv::buildDataField(text, field))) {
+            uListSpecialClear(fields, nullptr);
+            uListUninit(fields);
+            return nullptr;
+        }
         if (field.terminator == Terminator::End) {
             break;
         }

@@ -62,6 +62,13 @@ UStrKeyValue *uStrKeyValueParse(const char *line, const char *sep) {
     if (at > 0) {
         rec->key = strippedCopy(text.substr(0, at));
     }
+    // A part that is there but could not be copied must not read as absent.
+    if ((rec->value == nullptr && !pu::str::trimmed(value, pu::str::kCrlfBlanks).empty()) ||
+        (rec->key == nullptr &&
+         !pu::str::trimmed(text.substr(0, at), pu::str::kCrlfBlanks).empty())) {
+        uStrKeyValueFree(rec);
+        return nullptr;
+    }
     return rec;
 }
 
