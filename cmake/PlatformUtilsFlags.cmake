@@ -16,3 +16,11 @@ endif()
 if(PU_BUILD_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# Debian's hardening flags (what dpkg-buildflags gives with hardening=+all, less PIE, which
+# only concerns executables): the packaging build always uses them.
+if(PU_HARDEN OR PU_PACKAGING)
+  add_compile_options(-fstack-protector-strong -Wformat -Werror=format-security
+                      -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  add_link_options(-Wl,-z,relro -Wl,-z,now)
+endif()

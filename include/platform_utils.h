@@ -3,6 +3,7 @@
 #define PLATFORM_UTILS_H
 
 #include "uexport.h"
+#include "uversion.h"
 #include "umem.h"
 #include "ulist.h"
 #include "uqueue.h"

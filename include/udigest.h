@@ -18,8 +18,11 @@ PU_BEGIN_DECLS
 
 /* Continues the standard reflected CRC-32 (polynomial 0xEDB88320) crc over length bytes of data;
  * start from 0. crc32(0, "123456789", 9) is 0xCBF43926. Returns 0 for null data whatever crc
- * is. */
-PU_API uint32_t crc32(uint32_t crc, const uint8_t *data, uint32_t length);
+ * is. Only the low 32 bits of crc are used; the result fits in 32 bits.
+ * The types are zlib's (uLong, const Bytef *, uInt), and so are the results: a file may include
+ * <zlib.h> and this header in either order, and a process that loads both libraries gets the
+ * same answers whichever crc32 the loader binds. */
+PU_API unsigned long crc32(unsigned long crc, const unsigned char *data, unsigned int length);
 
 /* ---- Hexadecimal text ------------------------------------------------------------------ */
 

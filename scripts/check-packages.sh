@@ -1,11 +1,18 @@
 #!/usr/bin/env bash
-# Builds the Debian packages from a build directory, installs them on this machine, builds the
-# install test's C program against the installed files (pkg-config and find_package), runs it,
-# and removes the packages again. Needs root or sudo.
-# Usage: scripts/check-packages.sh [build-dir]   (default: build/default)
+# Builds the Debian packages from the `deb` preset (or a given build directory configured with
+# PU_PACKAGING=ON), runs lintian on them (any error or warning fails; overrides only with a
+# reason, in cmake/debian/), installs them on this machine, builds the install test's C program
+# against the installed files (pkg-config and find_package), runs it, and removes the packages
+# again. Needs root or sudo, and lintian (scripts/install-deps.sh --all).
+# Usage: scripts/check-packages.sh [build-dir]   (default: build/deb, configured and built here)
 set -euo pipefail
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
-build_dir=$(cd "${1:-$source_dir/build/default}" && pwd)
+if [[ -n ${1:-} ]]; then
+    build_dir=$(cd "$1" && pwd)
+else
+    (cd "$source_dir" && cmake --preset deb >/dev/null && cmake --build --preset deb >/dev/null)
+    build_dir=$source_dir/build/deb
+fi
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -19,6 +26,11 @@ for deb in "$runtime" "$dev"; do
     echo "package: $(basename "$deb")"
     dpkg-deb -f "$deb" Depends | sed 's/^/  depends: /'
 done
+
+# Info and pedantic tags are advice; errors and warnings fail.
+lintian --fail-on error,warning --display-level '>=warning' --tag-display-limit 0 \
+    "$runtime" "$dev"
+echo "lintian: clean"
 
 remove_packages() { "${sudo[@]}" dpkg -P libplatform-utils-dev libplatform-utils0 >/dev/null; }
 "${sudo[@]}" dpkg -i "$runtime" "$dev" >/dev/null

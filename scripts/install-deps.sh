@@ -1,16 +1,30 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, tests, benchmarks and fuzz targets need.
+# Installs the Debian 12 packages the build needs. By default only what the README's two
+# commands need (build the library, the tour and every test suite, with the openssl and curl
+# commands the interoperation tests call); with --all also what the other checks need: clang
+# and its sanitizer run-times for the fuzz targets, valgrind, the comparison libraries of the
+# benchmarks (GLib, libuv, libcurl, uriparser, libcsv, Google Benchmark), clang-format, lintian
+# for the packages and qemu-user for the 32-bit suites.
 # Only missing packages are installed, so running it again is cheap and harmless.
+# Usage: scripts/install-deps.sh [--all]
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config git
-  libssl-dev libexpat1-dev libcjson-dev uthash-dev
-  libgtest-dev libgmock-dev libbenchmark-dev libcsv-dev libglib2.0-dev libuv1-dev
-  libcurl4-openssl-dev liburiparser-dev zlib1g-dev
-  clang-14 libclang-rt-14-dev clang-format
-  valgrind curl openssl python3
+  build-essential cmake ninja-build pkg-config
+  libssl-dev libexpat1-dev libcjson-dev uthash-dev zlib1g-dev
+  libgtest-dev libgmock-dev
+  curl openssl
 )
+if [[ ${1:-} == --all ]]; then
+  packages+=(
+    git ccache clang-14 libclang-rt-14-dev clang-format valgrind python3
+    libbenchmark-dev libcsv-dev libglib2.0-dev libuv1-dev libcurl4-openssl-dev liburiparser-dev
+    lintian dpkg-dev file qemu-user
+  )
+elif [[ -n ${1:-} ]]; then
+  echo "usage: $0 [--all]" >&2
+  exit 2
+fi
 
 missing=()
 for pkg in "${packages[@]}"; do

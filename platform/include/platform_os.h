@@ -171,12 +171,42 @@ PLATFORM_API int sockIsValidAddr(const char *text);
 #define PLATFORM_LOG_WARNING 2
 #define PLATFORM_LOG_ERROR 3
 
-/* Writes "<level> <module>: <message>" to stderr when level is at least PLATFORM_LOG_LEVEL
- * (environment variable, default 2), adding a newline when the message has none. Every line,
- * whatever its level, is also handed to the log sink of the simulation when one is installed.
- * Returns the number of characters written (0 when filtered). */
+/* Writes "<level> <module>: <message>" to stderr, or hands it to the sink installed with
+ * platformLogSetSink, when level is at least the log level (platformLogSetLevel; until then the
+ * environment variable PLATFORM_LOG_LEVEL, default 2), adding a newline when the message has
+ * none. Every line, whatever its level, is also handed to the log sink of the simulation when
+ * one is installed. Returns the length of the line written or handed over, newline included
+ * (0 when filtered).
+ * An application may define basaltPrintLog itself to take over every line of both libraries;
+ * its definition must then have default visibility (not -fvisibility=hidden) so that the
+ * dynamic linker sees it. */
 PLATFORM_API int basaltPrintLog(int level, const char *module, const char *format, ...)
     PLATFORM_PRINTF(3, 4);
+
+/* Receives a formatted log line without its trailing newline; message is never null. */
+typedef void (*PLATFORM_LOG_SINK)(void *context, int level, const char *module,
+                                  const char *message);
+
+/* Sends the lines that pass the log level to sink(context, ...) instead of stderr; null goes
+ * back to stderr. The sink may be called from any thread, concurrently, and must not install a
+ * sink itself. Replacing it waits until calls to the old one have returned, so its context may
+ * be freed right after. */
+PLATFORM_API void platformLogSetSink(PLATFORM_LOG_SINK sink, void *context);
+
+/* Sets the lowest level written out (PLATFORM_LOG_DEBUG .. PLATFORM_LOG_ERROR; anything
+ * below DEBUG lets every line through, anything above ERROR keeps only higher levels). Returns
+ * the previous level. */
+PLATFORM_API int platformLogSetLevel(int level);
+
+/* The lowest level written out. */
+PLATFORM_API int platformLogGetLevel(void);
+
+/* A sink writing each line to syslog as "<module>: <message>", at LOG_DEBUG, LOG_INFO,
+ * LOG_WARNING or LOG_ERR (levels above error too). context is unused; call openlog first to
+ * choose the identity and facility. Install it with platformLogSetSink(platformLogSyslogSink,
+ * NULL). */
+PLATFORM_API void platformLogSyslogSink(void *context, int level, const char *module,
+                                        const char *message);
 
 #ifdef __cplusplus
 }

@@ -86,11 +86,8 @@ PLATFORM_API int platformSimActiveAppPeak(int handle);
 PLATFORM_API uint32_t platformSimTimeBaseUpdates(uint32_t *seconds, uint32_t *microseconds,
                                                  uint32_t *stepMs);
 
-/* Receives every log line, whatever its level, formatted, without a trailing newline. */
-typedef void (*PLATFORM_LOG_SINK)(void *context, int level, const char *module,
-                                  const char *message);
-
-/* Installs sink (null removes it). While a sink is installed, lines still go to stderr by the
+/* Installs sink (null removes it): it receives every log line, whatever its level and
+ * whatever platformLogSetSink installed. While a sink is installed, lines still go to stderr by the
  * PLATFORM_LOG_LEVEL rule unless quiet is non-zero. Replacing the sink waits until calls to the
  * old one have returned, so its context may be freed right after; do not call this from inside
  * a sink. */

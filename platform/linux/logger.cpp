@@ -1,4 +1,5 @@
-// The platform logger: formats a line, hands it to the simulation's sink, writes it to stderr.
+// The platform logger: formats a line, hands it to the simulation's sink, then writes it to the
+// application's sink or to stderr.
 #include "platform_internal.hpp"
 
 #include <platform_sim.h>
@@ -10,19 +11,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <syslog.h>
 
 namespace pu::platform {
 namespace {
 
 constexpr int kDefaultLogLevel = PLATFORM_LOG_WARNING;
 
-int stderrThreshold() {
-    static const int threshold = static_cast<int>(
-        readEnvInteger("PLATFORM_LOG_LEVEL", kDefaultLogLevel, INT32_MIN, INT32_MAX));
+// The lowest level written out: PLATFORM_LOG_LEVEL until platformLogSetLevel changes it.
+std::atomic<int> &outputThreshold() {
+    static std::atomic<int> threshold{static_cast<int>(
+        readEnvInteger("PLATFORM_LOG_LEVEL", kDefaultLogLevel, INT32_MIN, INT32_MAX))};
     return threshold;
 }
 
-// The installed sink. Calls run with the mutex released; each counts itself in inFlight of its
+// An installed sink. Calls run with the mutex released; each counts itself in inFlight of its
 // epoch's parity so that replacing the sink can wait for the calls to the old one.
 struct SinkState {
     std::mutex mutex;
@@ -33,14 +36,21 @@ struct SinkState {
     bool replacing = false;
     std::uint64_t epoch = 0;
     int inFlight[2] = {0, 0};
+    std::atomic<bool> installed{false}; // lets the common case skip the mutex
 };
 
-SinkState &sinkState() {
+// The simulation's sink (every line, for tests) and the application's (lines it would otherwise
+// write to stderr). Never destroyed: threads may log while the process exits.
+SinkState &simSink() {
     static auto &state = *new SinkState;
     return state;
 }
 
-std::atomic<bool> sinkInstalled{false}; // lets the common case skip the sink's mutex
+SinkState &appSink() {
+    static auto &state = *new SinkState;
+    return state;
+}
+
 thread_local int sinkCallDepth = 0;
 
 struct SinkCall {
@@ -50,11 +60,10 @@ struct SinkCall {
     int parity = 0;
 };
 
-SinkCall enterSink() {
-    if (!sinkInstalled.load(std::memory_order_acquire)) {
+SinkCall enterSink(SinkState &state) {
+    if (!state.installed.load(std::memory_order_acquire)) {
         return {};
     }
-    SinkState &state = sinkState();
     std::lock_guard lock(state.mutex);
     if (state.sink == nullptr) {
         return {};
@@ -64,16 +73,14 @@ SinkCall enterSink() {
     return {state.sink, state.context, state.quiet, parity};
 }
 
-void leaveSink(const SinkCall &call) {
-    SinkState &state = sinkState();
+void leaveSink(SinkState &state, const SinkCall &call) {
     std::lock_guard lock(state.mutex);
     if (--state.inFlight[call.parity] == 0) {
         state.drained.notify_all();
     }
 }
 
-void installSink(PLATFORM_LOG_SINK sink, void *context, bool quiet) {
-    SinkState &state = sinkState();
+void installSink(SinkState &state, PLATFORM_LOG_SINK sink, void *context, bool quiet) {
     std::unique_lock lock(state.mutex);
     state.drained.wait(lock, [&] { return !state.replacing; });
     state.replacing = true;
@@ -82,7 +89,7 @@ void installSink(PLATFORM_LOG_SINK sink, void *context, bool quiet) {
     state.quiet = sink != nullptr && quiet;
     int oldParity = static_cast<int>(state.epoch & 1);
     ++state.epoch;
-    sinkInstalled.store(sink != nullptr, std::memory_order_release);
+    state.installed.store(sink != nullptr, std::memory_order_release);
     // A sink that replaces itself cannot wait for its own call to return.
     if (sinkCallDepth == 0) {
         state.drained.wait(lock, [&] { return state.inFlight[oldParity] == 0; });
@@ -142,6 +149,11 @@ class LineBuffer {
         }
     }
 
+    // The length of the line with its newline, as write() writes it.
+    int lineLength() const noexcept {
+        return static_cast<int>(length_ + (endsWithNewline() ? 0 : 1));
+    }
+
     // Writes the whole line, with its newline, in one call so threads do not interleave.
     int write(FILE *stream) {
         if (!endsWithNewline()) {
@@ -163,21 +175,27 @@ int printLog(int level, const char *module, const char *format, va_list argument
     if (format == nullptr) {
         return 0;
     }
-    bool toStderr = level >= stderrThreshold();
-    if (!toStderr && !sinkInstalled.load(std::memory_order_acquire)) {
+    bool toOutput = level >= outputThreshold().load(std::memory_order_relaxed);
+    if (!toOutput && !simSink().installed.load(std::memory_order_acquire)) {
         return 0; // the common debug line: nobody wants it, so do not format it
     }
     LineBuffer line;
     if (!line.format(level, module != nullptr ? module : "", format, arguments)) {
         return 0;
     }
-    SinkCall call = enterSink();
+    SinkCall call = enterSink(simSink());
     if (call.sink != nullptr) {
         line.deliver(call, level, module != nullptr ? module : "");
-        leaveSink(call);
+        leaveSink(simSink(), call);
     }
-    if (!toStderr || call.quiet) {
+    if (!toOutput || call.quiet) {
         return 0;
+    }
+    SinkCall app = enterSink(appSink());
+    if (app.sink != nullptr) {
+        line.deliver(app, level, module != nullptr ? module : "");
+        leaveSink(appSink(), app);
+        return line.lineLength();
     }
     return line.write(stderr);
 }
@@ -197,7 +215,31 @@ int basaltPrintLog(int level, const char *module, const char *format, ...) {
 
 void platformSimSetLogSink(PLATFORM_LOG_SINK sink, void *context, int quiet) {
     guarded(0, [&] {
-        installSink(sink, context, quiet != 0);
+        installSink(simSink(), sink, context, quiet != 0);
         return 0;
     });
+}
+
+void platformLogSetSink(PLATFORM_LOG_SINK sink, void *context) {
+    guarded(0, [&] {
+        installSink(appSink(), sink, context, false);
+        return 0;
+    });
+}
+
+int platformLogSetLevel(int level) {
+    return outputThreshold().exchange(level, std::memory_order_relaxed);
+}
+
+int platformLogGetLevel(void) {
+    return outputThreshold().load(std::memory_order_relaxed);
+}
+
+void platformLogSyslogSink(void *context, int level, const char *module, const char *message) {
+    (void)context;
+    int priority = level <= PLATFORM_LOG_DEBUG     ? LOG_DEBUG
+                   : level == PLATFORM_LOG_INFO    ? LOG_INFO
+                   : level == PLATFORM_LOG_WARNING ? LOG_WARNING
+                                                   : LOG_ERR;
+    syslog(priority, "%s: %s", module != nullptr ? module : "", message != nullptr ? message : "");
 }

@@ -128,11 +128,12 @@ const bool kHasClmul = detectClmul();
 
 } // namespace
 
-extern "C" uint32_t crc32(uint32_t crc, const uint8_t *data, uint32_t length) {
+extern "C" unsigned long crc32(unsigned long previous, const unsigned char *data,
+                               unsigned int length) {
     if (data == nullptr) {
         return 0;
     }
-    crc = ~crc;
+    std::uint32_t crc = ~static_cast<std::uint32_t>(previous);
 #ifdef PU_CRC_CLMUL
     // Below a few blocks the set-up and final reduction cost more than the tables.
     if (kHasClmul && length >= 128) {

@@ -1,11 +1,19 @@
 #!/usr/bin/env bash
-# Installs the build tree into a scratch prefix and builds a small C program against it twice:
-# with pkg-config and with find_package. Both must run.
+# SPDX-License-Identifier: MIT
+# Installs the build tree into a scratch prefix, as a user outside the system paths would, and
+# builds the C consumer and every focused example against it twice: with pkg-config and with
+# find_package. Every program must start and succeed with no LD_LIBRARY_PATH: the installed
+# libplatform_utils finds libplatform_os beside itself. With a static build directory as a
+# With the project's source directory as a fifth argument, a static build of the libraries
+# (BUILD_SHARED_LIBS=OFF, kept beside the scratch directory so reruns are incremental) is also
+# installed, and the consumer and one example are linked statically both ways and run.
 set -euo pipefail
-build_dir=$1 scratch=$2 source_dir=$3 cmake=$4
+build_dir=$1 scratch=$2 source_dir=$3 cmake=$4 project_dir=${5:-}
 prefix=$scratch/prefix
+examples=$(cd "$source_dir/../../examples" && pwd)
 rm -rf "$scratch"
 mkdir -p "$scratch"
+unset LD_LIBRARY_PATH
 
 "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
 libdir=$(find "$prefix" -name 'libplatform_utils.so.0' -printf '%h\n' | head -1)
@@ -14,26 +22,52 @@ for lib in platform_utils platform_os; do
     soname=$(objdump -p "$libdir/lib$lib.so" | awk '/SONAME/ {print $2}')
     [[ "$soname" == "lib$lib.so.0" ]] || { echo "lib$lib.so has SONAME '$soname'"; exit 1; }
 done
-[[ -f "$prefix/include/platform_utils/platform_utils.h" ]] || { echo "headers missing"; exit 1; }
-
-# pkg-config
-export PKG_CONFIG_PATH=$libdir/pkgconfig
-cc -std=c99 -Wall -Wextra -Werror -o "$scratch/consumer-pc" "$source_dir/consumer.c" \
-   $(pkg-config --cflags --libs platform_utils)
-LD_LIBRARY_PATH=$libdir "$scratch/consumer-pc"
-
-# find_package
-"$cmake" -S "$source_dir" -B "$scratch/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-"$cmake" --build "$scratch/consumer-cmake" >/dev/null
-"$scratch/consumer-cmake/consumer"
-# The focused examples, each as a user would build it: pkg-config, then its own CMake project.
-examples=$(dirname "$source_dir")/../examples
-for example in timer_plans url_json crypto; do
-    cc -std=c99 -Wall -Wextra -Werror -o "$scratch/$example-pc" "$examples/$example/$example.c" \
-       $(pkg-config --cflags --libs platform_utils)
-    LD_LIBRARY_PATH=$libdir "$scratch/$example-pc" >"$scratch/$example.out"
-    "$cmake" -S "$examples/$example" -B "$scratch/$example-cmake" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-    "$cmake" --build "$scratch/$example-cmake" >/dev/null
-    echo "example $example: ok"
+for header in platform_utils.h pu_version.h; do
+    [[ -f "$prefix/include/platform_utils/$header" ]] || { echo "$header missing"; exit 1; }
 done
+
+# Each program as a user builds it: with pkg-config (the run path to the custom prefix given
+# by hand, as for any library outside the system paths), then as its own CMake project.
+# Usage: build_both NAME SOURCE-DIR INSTALL-PREFIX [static]
+build_both() {
+    local name=$1 dir=$2 install=$3 kind=${4:-shared}
+    local out=$scratch/$kind/$name
+    mkdir -p "$out"
+    local pc_libs
+    if [[ $kind == static ]]; then
+        pc_libs=$(PKG_CONFIG_PATH=$install/lib/pkgconfig pkg-config --static --libs platform_utils)
+    else
+        pc_libs="$(PKG_CONFIG_PATH=$install/lib/pkgconfig pkg-config --libs platform_utils) \
+                 -Wl,-rpath,$install/lib"
+    fi
+    # shellcheck disable=SC2046,SC2086
+    cc -std=c99 -Wall -Wextra -Werror -o "$out/$name-pc" "$dir/$name.c" \
+       $(PKG_CONFIG_PATH=$install/lib/pkgconfig pkg-config --cflags platform_utils) $pc_libs
+    "$cmake" -S "$dir" -B "$out/cmake" -DCMAKE_PREFIX_PATH="$install" >/dev/null
+    "$cmake" --build "$out/cmake" >/dev/null
+    local program
+    for program in "$out/$name-pc" "$out/cmake/$name"; do
+        if [[ $kind == static ]] && objdump -p "$program" | grep -q 'NEEDED.*libplatform_'; then
+            echo "$program links the shared libraries"
+            return 1
+        fi
+        "$program" >"$program.out" || { cat "$program.out"; echo "$program failed"; return 1; }
+    done
+    echo "$kind $name: built and ran both ways"
+}
+
+build_both consumer "$source_dir" "$prefix"
+for example in timer_plans url_json crypto; do
+    build_both "$example" "$examples/$example" "$prefix"
+done
+
+if [[ -n "$project_dir" ]]; then
+    static_build=$scratch-static-build
+    "$cmake" -S "$project_dir" -B "$static_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+        -DBUILD_SHARED_LIBS=OFF -DPU_BUILD_TESTS=OFF -DPU_BUILD_EXAMPLES=OFF >/dev/null
+    "$cmake" --build "$static_build" >/dev/null
+    "$cmake" --install "$static_build" --prefix "$scratch/static-prefix" >/dev/null
+    build_both consumer "$source_dir" "$scratch/static-prefix" static
+    build_both crypto "$examples/crypto" "$scratch/static-prefix" static
+fi
 echo "install: ok"

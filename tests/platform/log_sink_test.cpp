@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+// The application's log sink and run-time level: which lines reach it instead of stderr, the
+// level's edges, going back to stderr, and the syslog sink's priorities.
+#include <platform_os.h>
+#include <platform_sim.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <syslog.h>
+#include <vector>
+
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+namespace {
+
+std::vector<std::pair<int, std::string>> syslogged;
+
+void recordSyslog(int priority, const char *format, va_list arguments) {
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    syslogged.emplace_back(priority, text);
+}
+
+} // namespace
+
+// The executable's syslog wins over the C library's for the platform layer, as any platform
+// function does; fortified builds call __syslog_chk instead.
+extern "C" __attribute__((visibility("default"))) void syslog(int priority, const char *format,
+                                                              ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    recordSyslog(priority, format, arguments);
+    va_end(arguments);
+}
+
+extern "C" __attribute__((visibility("default"))) void __syslog_chk(int priority, int,
+                                                                    const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    recordSyslog(priority, format, arguments);
+    va_end(arguments);
+}
+
+namespace {
+
+struct Lines {
+    std::vector<std::string> lines;
+};
+
+void collect(void *context, int level, const char *module, const char *message) {
+    static_cast<Lines *>(context)->lines.push_back(std::to_string(level) + "|" + module + "|" +
+                                                   message);
+}
+
+// Restores the level and removes the sinks whatever a test does.
+class LogSink : public ::testing::Test {
+  protected:
+    void SetUp() override { saved_ = platformLogGetLevel(); }
+    void TearDown() override {
+        platformLogSetSink(nullptr, nullptr);
+        platformSimSetLogSink(nullptr, nullptr, 0);
+        platformLogSetLevel(saved_);
+    }
+
+  private:
+    int saved_ = PLATFORM_LOG_WARNING;
+};
+
+TEST_F(LogSink, LinesThatPassTheLevelGoToTheSinkInsteadOfStderr) {
+    struct Case {
+        int threshold;
+        std::vector<std::string> expected;
+    };
+    const Case cases[] = {
+        {INT_MIN, {"-5|m|low", "0|m|debug", "1|m|info", "2|m|warning", "3|m|error", "9|m|high"}},
+        {PLATFORM_LOG_DEBUG, {"0|m|debug", "1|m|info", "2|m|warning", "3|m|error", "9|m|high"}},
+        {PLATFORM_LOG_WARNING, {"2|m|warning", "3|m|error", "9|m|high"}},
+        {PLATFORM_LOG_ERROR, {"3|m|error", "9|m|high"}},
+        {INT_MAX, {}},
+    };
+    for (const Case &c : cases) {
+        Lines app, every;
+        platformLogSetLevel(c.threshold);
+        platformLogSetSink(collect, &app);
+        platformSimSetLogSink(collect, &every, 0);
+        CaptureStderr();
+        basaltPrintLog(-5, "m", "low");
+        basaltPrintLog(PLATFORM_LOG_DEBUG, "m", "debug");
+        basaltPrintLog(PLATFORM_LOG_INFO, "m", "info");
+        basaltPrintLog(PLATFORM_LOG_WARNING, "m", "warning\n");
+        int error = basaltPrintLog(PLATFORM_LOG_ERROR, "m", "%s", "error");
+        basaltPrintLog(9, "m", "high");
+        EXPECT_EQ(GetCapturedStderr(), "") << "threshold " << c.threshold;
+        EXPECT_EQ(app.lines, c.expected) << "threshold " << c.threshold;
+        EXPECT_EQ(every.lines.size(), 6u) << "the simulation's sink sees every level";
+        EXPECT_EQ(error, c.threshold <= PLATFORM_LOG_ERROR ? 11 : 0) << "3 m: error + newline";
+    }
+}
+
+TEST_F(LogSink, QuietSimulationSinkSilencesTheApplicationSinkToo) {
+    Lines app, every;
+    platformLogSetSink(collect, &app);
+    platformSimSetLogSink(collect, &every, 1);
+    EXPECT_EQ(basaltPrintLog(PLATFORM_LOG_ERROR, "m", "e"), 0);
+    EXPECT_TRUE(app.lines.empty());
+    EXPECT_EQ(every.lines, std::vector<std::string>{"3|m|e"});
+}
+
+TEST_F(LogSink, RemovingTheSinkGoesBackToStderrAndSetLevelReturnsThePrevious) {
+    Lines app;
+    platformLogSetLevel(PLATFORM_LOG_INFO);
+    EXPECT_EQ(platformLogSetLevel(PLATFORM_LOG_ERROR), PLATFORM_LOG_INFO);
+    EXPECT_EQ(platformLogGetLevel(), PLATFORM_LOG_ERROR);
+    platformLogSetSink(collect, &app);
+    platformLogSetSink(nullptr, &app);
+    CaptureStderr();
+    basaltPrintLog(PLATFORM_LOG_WARNING, "m", "filtered");
+    basaltPrintLog(PLATFORM_LOG_ERROR, "m", "shown");
+    EXPECT_EQ(GetCapturedStderr(), "3 m: shown\n");
+    EXPECT_TRUE(app.lines.empty());
+}
+
+TEST_F(LogSink, SyslogSinkMapsLevelsToPriorities) {
+    const std::pair<int, int> cases[] = {
+        {-1, LOG_DEBUG},
+        {PLATFORM_LOG_DEBUG, LOG_DEBUG},
+        {PLATFORM_LOG_INFO, LOG_INFO},
+        {PLATFORM_LOG_WARNING, LOG_WARNING},
+        {PLATFORM_LOG_ERROR, LOG_ERR},
+        {7, LOG_ERR},
+    };
+    for (const auto &[level, priority] : cases) {
+        syslogged.clear();
+        platformLogSyslogSink(nullptr, level, "mod", "50% done");
+        ASSERT_EQ(syslogged.size(), 1u) << "level " << level;
+        EXPECT_EQ(syslogged[0].first, priority) << "level " << level;
+        EXPECT_EQ(syslogged[0].second, "mod: 50% done") << "the message is not a format";
+    }
+    syslogged.clear();
+    platformLogSetSink(platformLogSyslogSink, nullptr);
+    basaltPrintLog(PLATFORM_LOG_ERROR, "net", "down");
+    EXPECT_EQ(syslogged, (std::vector<std::pair<int, std::string>>{{LOG_ERR, "net: down"}}));
+}
+
+} // namespace
