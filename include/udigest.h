@@ -50,9 +50,8 @@ PU_API int32_t uDigestSha256it(const uint8_t *data, uint32_t length, uint8_t *ou
 PU_API void uDigestMD5(const uint8_t *data, uint32_t length, uint8_t *output, uint32_t outputSize);
 
 /* Writes the MD5 of data as 32 lower-case hexadecimal characters and a terminator (33 bytes)
- * into text. A size of exactly 32 is accepted although 33 bytes are written; this old test is
- * kept, so pass 33 or more. A length of 0 gives 32 zeros. Returns 0, or -1 for a null pointer
- * or a size below 32. */
+ * into text. A size of exactly 32 is accepted although 33 bytes are written: always pass 33 or
+ * more. A length of 0 gives 32 zeros. Returns 0, or -1 for a null pointer or a size below 32. */
 PU_API int32_t uDigestCalculateHex(const uint8_t *data, uint32_t length, char *text, int32_t size);
 
 /* Writes the 32-byte HMAC-SHA-256 of data under key to output; *outputLength gives the room in

