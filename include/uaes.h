@@ -1,5 +1,5 @@
 /*
- * uAes: whole-buffer AES for applications, and the classic Rijndael block interface underneath.
+ * uAes: whole-buffer AES for applications, and the Rijndael block interface underneath.
  *
  * uAesEncrypt/uAesDecrypt: AES-256-CBC with standard padding, a key given as 64 hexadecimal
  * characters and a random vector that travels in clear behind the cipher text. They log refusals
@@ -93,10 +93,11 @@ PU_API int blockDecrypt(cipherInstance *cipher, keyInstance *key, const uint8_t 
                         int inputLen, uint8_t *outBuffer);
 
 /* Decrypts inputOctets bytes (whole blocks) and removes the padding of the last block: in CBC
- * mode 1..16 bytes of value p, in ECB mode 0..15 (an ECB block of sixteen 16s is refused, as it
- * always was). Only the plain bytes are written to outBuffer. CBC mode leaves the last cipher
- * block in cipher->IV. Returns the plain length, 0 for null input or inputOctets <= 0,
- * U_AES_BAD_DATA for a partial block or bad padding, or U_AES_BAD_CIPHER_STATE. */
+ * mode 1..16 bytes of value p, in ECB mode 0..15. Intended: an ECB block of sixteen 16s is
+ * refused, so ECB data padded by a whole block needs blockDecrypt and your own unpadding. Only the
+ * plain bytes are written to outBuffer. CBC mode leaves the last cipher block in cipher->IV.
+ * Returns the plain length, 0 for null input or inputOctets <= 0, U_AES_BAD_DATA for a partial
+ * block or bad padding, or U_AES_BAD_CIPHER_STATE. */
 PU_API int padDecrypt(cipherInstance *cipher, keyInstance *key, const uint8_t *input,
                       int inputOctets, uint8_t *outBuffer);
 
@@ -127,11 +128,12 @@ PU_API int32_t uAesEncrypt(const char *key, const uint8_t *input, int32_t length
  * length bytes. Returns the plain bytes written, or 0 (logged) for a null input or output, a
  * length that is not whole blocks of at least 32 bytes, a bad key or no memory. A wrong key or
  * corrupt data normally fails the padding test: "The data is invalid." is logged and the bytes of
- * the whole 64 KiB pieces before the last are returned. The last piece is read twice when one or
- * two blocks follow a whole piece, as stored data always was: with a plain length 1..15 bytes past
- * a multiple of 64 KiB (and above 64 KiB) those bytes come out, and count, twice; with a plain
- * length that is a multiple of 64 KiB or 1..16 bytes short of one, the second read logs "The data
- * is invalid." after the right bytes were written and counted. */
+ * the whole 64 KiB pieces before the last are returned. Intended, as part of the format: the last
+ * piece is read twice when one or two blocks follow a whole piece, so stored data reads back the
+ * same bytes and count on every device. With a plain length 1..15 bytes past a multiple of 64 KiB
+ * (and above 64 KiB) those bytes come out, and count, twice; with a plain length that is a
+ * multiple of 64 KiB or 1..16 bytes short of one, the second read logs "The data is invalid."
+ * after the right bytes were written and counted. */
 PU_API int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8_t *output);
 
 /* Encrypts length bytes of input with AES-CBC under the raw key of keyBits (128, 192, 256) and

@@ -23,9 +23,10 @@ PU_API int32_t uB64_ntop(const uint8_t *src, uint32_t length, char *target, uint
 
 /* Decodes the zero-terminated base64 text src into target of targetSize bytes. White space is
  * skipped anywhere. Returns the number of bytes decoded, or -1 for a character outside the
- * alphabet or too little room. The room test is the classic one: a group that ends in one or two
- * bytes needs one byte more than it yields. With a null target nothing is written and no room is
- * needed: only the count is produced.
+ * alphabet or too little room. Intended: the upper bits of a byte are stored as soon as they
+ * arrive, so a group that ends in one or two bytes needs one byte more than it yields; nothing is
+ * written at or beyond targetSize. With a null target nothing is written and no room is needed:
+ * only the count is produced.
  *
  * strict non-zero: the text must end on a whole group or with correct padding, followed only by
  * white space, and the unused bits before the padding must be zero (checked when target is

@@ -54,8 +54,9 @@ PU_API int32_t uStrFormatMacWithColon(const char *mac, char *dst, int32_t size);
 
 /* Formats the six bytes at mac: format 0 "xx:xx:xx:xx:xx:xx", 1 "xxxxxxxxxxxx", 2
  * "XX-XX-XX-XX-XX-XX"; another format writes nothing. Every byte must also be the code of a
- * hexadecimal digit character (isxdigit), an old rule kept as it is. Returns 0, or -1 unless mac
- * and dst are given, len is 6, size is at least 6 and the bytes pass. */
+ * hexadecimal digit character (isxdigit). Intended: any other MAC is refused, and you format it
+ * yourself. Returns 0, or -1 unless mac and dst are given, len is 6, size is at least 6 and the
+ * bytes pass. */
 PU_API int32_t uStrHexMacAddrToStr(const uint8_t *mac, int32_t len, int32_t format, char *dst,
                                    int32_t size);
 

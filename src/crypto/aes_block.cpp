@@ -1,4 +1,4 @@
-// The classic Rijndael block interface: key and cipher instances, ECB, CBC and one-bit CFB,
+// The Rijndael block interface: key and cipher instances, ECB, CBC and one-bit CFB,
 // and padding. Whole runs of ECB and CBC blocks and CFB-1 go to OpenSSL. Single blocks run on
 // the CPU's AES instructions when it has them; only without them do they fall back to lookup
 // tables, whose cache footprint depends on key and data. The key schedule is computed without
@@ -539,15 +539,17 @@ int padDecrypt(cipherInstance *cipher, keyInstance *key, const uint8_t *input, i
     std::memcpy(lastCipher, input + whole, kBlock);
     std::memcpy(chain, whole > 0 ? input + whole - kBlock : cipher->IV, kBlock);
     runBlocks(key, false, cbc, cipher->IV, input, whole, outBuffer);
-    // The chain moves through every block but the last, as it always has: a caller who
-    // decrypts the last block once more gets the same plain block again.
+    // Intended: the chain moves through every block but the last, so a caller who decrypts
+    // the last block once more gets the same plain block again; uAesDecrypt's re-read of its
+    // last piece depends on it.
     if (cbc) {
         std::memcpy(cipher->IV, chain, kBlock);
     }
     std::uint8_t last[kBlock];
     runBlocks(key, false, cbc, chain, lastCipher, kBlock, last);
     const int pad = last[kBlock - 1];
-    // CBC: 1..16. ECB: 0..15, so an ECB block made only of padding is refused; kept so.
+    // CBC: 1..16. ECB: 0..15. Intended: an ECB block made only of padding is refused, so ECB
+    // callers keep their plain lengths off multiples of 16 or remove the padding themselves.
     const bool padInRange = cbc ? pad >= 1 && pad <= kBlock : pad < kBlock;
     if (!padInRange) {
         return U_AES_BAD_DATA;

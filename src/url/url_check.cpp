@@ -122,7 +122,8 @@ bool appendText(char **buffer, uint32_t *capacity, const char *text) {
 }
 
 // The expression text for a template: "^/*", the path with each variable replaced by the
-// segment pattern (literal segments inserted unescaped, as they always were), the query suffix.
+// segment pattern (literal segments inserted unescaped, so a template may use expression
+// syntax in them), the query suffix.
 char *comparablePattern(const char *templ) {
     uList *segments = nullptr;
     const bool hasVariables =

@@ -89,11 +89,11 @@ bool escapeFollows(const char *p) {
     return pu::url::isHexDigit(p[1]) && pu::url::isHexDigit(p[2]);
 }
 
-// The byte a "%XX" escape at p stands for, read as the long-standing decoder always read it:
-// sscanf "%02X" must consume exactly the two characters after the '%'. That also admits a
-// leading blank or sign (" 5", "+5", "-1"), which is kept as it is. The scan is confined to the
-// next three characters, which is all a two-character result can depend on, so a long text is
-// not measured again for every escape.
+// The byte a "%XX" escape at p stands for. Intended: an escape is whatever sscanf "%02X"
+// reads when it consumes exactly the two characters after the '%'. That also admits a leading
+// blank or sign (" 5", "+5", "-1"), so a '%' meant literally must be sent as "%25". The scan
+// is confined to the next three characters, which is all a two-character result can depend on,
+// so a long text is not measured again for every escape.
 bool readEscape(const char *p, unsigned char *byte) {
     char window[4] = {};
     for (int i = 0; i < 3 && p[1 + i] != '\0'; ++i) {

@@ -225,8 +225,9 @@ bool parseInto(std::string_view text, UStrUrlPara *rec) {
     return takePath(text, rec) && takeQueryAndFragment(text, rec);
 }
 
-// Appends one component, encoded and formatted through 512-byte buffers as it always was (so a
-// very long component is cut). False when it does not fit in out.
+// Appends one component, encoded and formatted through 512-byte buffers. Intended: a very long
+// component is cut there, so one component cannot take over the rebuilt URL. False when it
+// does not fit in out.
 bool appendComponent(char *out, std::size_t size, std::size_t &used, int32_t component,
                      const char *value, const char *format) {
     constexpr int32_t kPieceSize = 512;

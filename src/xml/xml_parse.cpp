@@ -289,7 +289,7 @@ int32_t uXmlParseFromBuf(const char *text, const char *trailer, void *user,
     RepairFeed escaped;
     if (!escaped.allocated()) {
         logXml(pu::log::kError, "%s: buf uMalloc error.", kName);
-        // The map entry stays behind here; that is intended and has always been so.
+        // The map entry stays behind here, still naming the parser freed below.
         XML_ParserFree(parser);
         return -1;
     }
