@@ -61,12 +61,17 @@ void initialise() {
 // A filled record, ready to be published in a slot, or null when it cannot be allocated.
 StatusRecord *newRecord(const char *name, std::uint32_t value, const pu::hash::NameKeys &keys) {
     auto *record = static_cast<StatusRecord *>(uMalloc(sizeof(StatusRecord)));
-    if (record != nullptr) {
-        record->name = uStrGetCopy(name);
-        record->value = value;
-        record->key1 = keys.key1;
-        record->key2 = keys.key2;
+    if (record == nullptr) {
+        return nullptr;
     }
+    record->name = uStrGetCopy(name);
+    if (name != nullptr && record->name == nullptr) {
+        uFree(record); // a record without its name could never be told apart in a dump
+        return nullptr;
+    }
+    record->value = value;
+    record->key1 = keys.key1;
+    record->key2 = keys.key2;
     return record;
 }
 

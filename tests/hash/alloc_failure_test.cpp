@@ -54,7 +54,7 @@ const AllocCase kCases[] = {
          EXPECT_EQ(uIntHashGetValue(map, -3), &gValue);
          uIntHashDestroyMap(map, nullptr);
      }},
-    {"StatusStore", "setSystemStatus keeps the store's lock after a failed allocation",
+    {"StatusStore", nullptr,
      [](const FailAlloc &fault) {
          const int32_t set = setSystemStatus("alloc.sweep", 5);
          EXPECT_EQ(set == -1, fault.hit());
