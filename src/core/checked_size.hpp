@@ -33,9 +33,14 @@ constexpr CheckedSize checkedMul(CheckedSize a, CheckedSize b) {
 
 // The size as uMalloc takes it (32 bits), or nothing for a size it cannot be asked for.
 constexpr std::optional<std::uint32_t> allocationSize(CheckedSize size) {
-    // Compared in 64 bits: with a 32-bit size_t every size fits, and the test stays warning-free.
-    if (!size || static_cast<std::uint64_t>(*size) > UINT32_MAX) {
+    if (!size) {
         return std::nullopt;
+    }
+    // With a 32-bit size_t every size fits; the test exists only where it can fail.
+    if constexpr (sizeof(std::size_t) > sizeof(std::uint32_t)) {
+        if (*size > UINT32_MAX) {
+            return std::nullopt;
+        }
     }
     return static_cast<std::uint32_t>(*size);
 }
