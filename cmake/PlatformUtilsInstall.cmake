@@ -9,10 +9,11 @@ set(PU_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/platform_utils)
 # is linked with --as-needed, and its own run path does not serve the libraries it loads: the
 # installed libplatform_utils finds libplatform_os beside itself.
 if(BUILD_SHARED_LIBS AND NOT PU_PACKAGING)
-  set_property(TARGET platform_utils PROPERTY INSTALL_RPATH "$ORIGIN")
+  set_property(TARGET platform_utils platform_sim PROPERTY INSTALL_RPATH "$ORIGIN")
 endif()
 
-install(TARGETS platform_utils platform_os EXPORT platform_utils_targets
+# libplatform_sim: the simulation controls, for the tests of applications; nothing else links it.
+install(TARGETS platform_utils platform_os platform_sim EXPORT platform_utils_targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
   INCLUDES DESTINATION ${PU_INSTALL_INCLUDEDIR})
@@ -46,5 +47,7 @@ file(RELATIVE_PATH PU_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" PU_PC_TO_PREFIX "${PU_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/platform_utils.pc.in
   ${PROJECT_BINARY_DIR}/platform_utils.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/platform_utils.pc
+configure_file(${PROJECT_SOURCE_DIR}/cmake/platform_sim.pc.in
+  ${PROJECT_BINARY_DIR}/platform_sim.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/platform_utils.pc ${PROJECT_BINARY_DIR}/platform_sim.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -46,7 +46,8 @@ helpers, behind a plain C interface, with the Linux platform layer
 (semaphores, message queues, tasks, thread pools, logging) they run on.
 .
 This package holds the shared libraries libplatform_utils and
-libplatform_os.")
+libplatform_os, and libplatform_sim, which drives their clock and
+heartbeats by hand for the deterministic tests of applications.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${pu_deb_dev})
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -73,7 +74,7 @@ if(PU_PACKAGING AND BUILD_SHARED_LIBS)
         "libc6, libgcc-s1, libstdc++6, libssl3, libexpat1, libcjson1")
   else()
     set(PU_DEB_SHLIBDEPS_LIBRARIES
-        "${PROJECT_BINARY_DIR}/platform/libplatform_os.so.0;${PROJECT_BINARY_DIR}/src/libplatform_utils.so.0")
+        "${PROJECT_BINARY_DIR}/platform/libplatform_os.so.0;${PROJECT_BINARY_DIR}/src/libplatform_utils.so.0;${PROJECT_BINARY_DIR}/platform/libplatform_sim.so.0")
     configure_file(${PROJECT_SOURCE_DIR}/cmake/PlatformUtilsCPackOptions.cmake.in
                    ${PROJECT_BINARY_DIR}/PlatformUtilsCPackOptions.cmake @ONLY)
     set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/PlatformUtilsCPackOptions.cmake)
@@ -83,9 +84,9 @@ if(PU_PACKAGING AND BUILD_SHARED_LIBS)
   add_custom_target(pu_deb_control ALL
     COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DOUT_DIR=${pu_deb_control}
             -DPACKAGE=${pu_deb_runtime} -DDEV_PACKAGE=${pu_deb_dev} -DVERSION=${PROJECT_VERSION}
-            "-DLIBRARIES=$<TARGET_FILE:platform_os>;$<TARGET_FILE:platform_utils>"
+            "-DLIBRARIES=$<TARGET_FILE:platform_os>;$<TARGET_FILE:platform_utils>;$<TARGET_FILE:platform_sim>"
             -P ${PROJECT_SOURCE_DIR}/cmake/PlatformUtilsDebControl.cmake
-    DEPENDS platform_utils platform_os VERBATIM)
+    DEPENDS platform_utils platform_os platform_sim VERBATIM)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
       "${pu_deb_control}/shlibs;${pu_deb_control}/symbols;${pu_deb_control}/triggers")
 

@@ -117,10 +117,15 @@ PLATFORM_API THR_POOL_ID taskThrPoolCreate(int threadCount);
 PLATFORM_API int taskThrPoolAddTask(THR_POOL_ID pool, PLATFORM_POOL_FN fn, void *argument,
                                     int taskId);
 
+/* Blocks until no pool has a queued or running call, for a caller that must know the work it
+ * queued is done (before a shutdown or a suspend, or in a test). A call queued meanwhile keeps
+ * it waiting. Never call it from a pool worker: it would wait for itself for ever. */
+PLATFORM_API void taskThrPoolWaitIdle(void);
+
 /* ---- Up-time, time base and time zone --------------------------------------------------- */
 
-/* Up-time since boot (CLOCK_BOOTTIME, or the simulated up-time) as seconds and microseconds.
- * Either pointer may be null. Returns 0. */
+/* Up-time since boot (CLOCK_BOOTTIME, or the installed up-time source) as seconds and
+ * microseconds. Either pointer may be null. Returns 0. */
 PLATFORM_API int osaGetSysUpTime(uint32_t *seconds, uint32_t *microseconds);
 
 /* Up-time in milliseconds, wrapping at 2^32. */
@@ -133,9 +138,30 @@ PLATFORM_API uint32_t osaLongTimeSpanCompute(uint32_t start, uint32_t end);
  * that the caller used for the pass. Logged at debug level. Returns 0. */
 PLATFORM_API int osaUpdateSysTimeBase(uint32_t seconds, uint32_t microseconds, uint32_t stepMs);
 
-/* Offset of local time from UTC in seconds, east positive (from localtime_r, or the simulated
- * offset). */
+/* Supplies the up-time in microseconds since boot. */
+typedef uint64_t (*PLATFORM_UPTIME_SOURCE)(void);
+
+/* Makes osaGetSysUpTime and osaGetSysUpMs read source instead of CLOCK_BOOTTIME (null goes back
+ * to CLOCK_BOOTTIME): for a board whose up-time comes from a counter of its own, or a test
+ * clock. source is called from any thread, may still be running in another thread when this
+ * returns, and so must stay callable for the life of the process. */
+PLATFORM_API void osaSetSysUpTimeSource(PLATFORM_UPTIME_SOURCE source);
+
+/* Number of osaUpdateSysTimeBase calls so far, and the arguments of the last one (any pointer
+ * may be null; all three are 0 before the first re-base). */
+PLATFORM_API uint32_t osaGetSysTimeBase(uint32_t *seconds, uint32_t *microseconds,
+                                        uint32_t *stepMs);
+
+/* Offset of local time from UTC in seconds, east positive (from localtime_r, or the offset set
+ * with osaTimeZoneOffsetSet). */
 PLATFORM_API int32_t osaTimeZoneOffsetGet(void);
+
+/* Makes osaTimeZoneOffsetGet return seconds (east positive), whatever TZ says: for a device whose
+ * zone is configured by the application. */
+PLATFORM_API void osaTimeZoneOffsetSet(int32_t seconds);
+
+/* Returns osaTimeZoneOffsetGet to the local offset of the C library. */
+PLATFORM_API void osaTimeZoneOffsetReset(void);
 
 /* ---- Emulated power manager ------------------------------------------------------------- */
 
@@ -143,8 +169,8 @@ typedef void (*PLATFORM_HEARTBEAT_FN)(void);
 
 /* Registers an application and its heartbeat function. A heartbeat thread calls every registered
  * heartbeat function every PLATFORM_HEARTBEAT_MS milliseconds (environment variable, default 10)
- * unless the simulation has switched heartbeats to manual. Returns a handle >= 1, or -1 for a
- * null heartbeat. */
+ * unless osaSmPauseHeartbeats has stopped it. Returns a handle >= 1, or -1 for a null
+ * heartbeat. */
 PLATFORM_API int osaSmRegisterApp(const char *name, PLATFORM_HEARTBEAT_FN heartbeat);
 
 /* Counts the application as active count more times (recorded; a host has no sleep state). */
@@ -158,6 +184,45 @@ PLATFORM_API int osaSmAddWakeUpTimer(int handle, uint32_t ms);
 
 /* Cancels the application's device wake-up timer (recorded). */
 PLATFORM_API int osaSmDelWakeUpTimer(int handle);
+
+/* What the power manager has recorded for one application. */
+typedef struct PLATFORM_SM_APP_STATE {
+    int64_t wakeUpDelayMs;  /* last delay armed, or -1 when none is armed */
+    uint32_t wakeUpArms;    /* osaSmAddWakeUpTimer calls so far */
+    uint32_t wakeUpCancels; /* osaSmDelWakeUpTimer calls so far */
+    int activeCount;        /* osaSmAddActiveApp counts minus osaSmDelActiveApp calls */
+    int activePeak;         /* highest activeCount so far */
+} PLATFORM_SM_APP_STATE;
+
+/* Copies the recorded state of handle into *state: which application keeps the device awake,
+ * and when it wants to be woken. Returns 0, or -1 for an unknown handle or a null state (then
+ * *state is left alone). */
+PLATFORM_API int osaSmGetAppState(int handle, PLATFORM_SM_APP_STATE *state);
+
+/* Stops (non-zero) or resumes (0) the heartbeat thread's beats, for a device about to sleep or
+ * a test that beats by hand. Stopping waits for a beat in progress on that thread to end (unless
+ * called from a heartbeat function). osaSmHeartbeat still beats while they are stopped. */
+PLATFORM_API void osaSmPauseHeartbeats(int paused);
+
+/* A heartbeat function that only wakes a task of the application leaves the pass it triggered
+ * running when it returns. A pass observer lets osaSmHeartbeat wait for that pass: begin() is
+ * called just before the heartbeat functions run and returns a token; wait(token) blocks until
+ * the pass that this heartbeat triggered has finished. Both run on the thread that calls
+ * osaSmHeartbeat, with none of the layer's locks held. */
+typedef uint64_t (*PLATFORM_PASS_BEGIN_FN)(void);
+typedef void (*PLATFORM_PASS_WAIT_FN)(uint64_t token);
+
+/* Installs handle's pass observer (both null remove it). Returns 0, or -1 for an unknown
+ * handle or when only one of the two functions is null. */
+PLATFORM_API int osaSmSetPassObserver(int handle, PLATFORM_PASS_BEGIN_FN begin,
+                                      PLATFORM_PASS_WAIT_FN wait);
+
+/* Beats once now, on the calling thread: calls every registered heartbeat function in
+ * registration order and returns when each application with a pass observer has finished the
+ * pass this beat triggered. So every timer due by the current up-time has been handled when it
+ * returns (callbacks handed to thread pools may still be running: see taskThrPoolWaitIdle).
+ * Never call it from a heartbeat function or a pass. */
+PLATFORM_API void osaSmHeartbeat(void);
 
 /* ---- Addresses -------------------------------------------------------------------------- */
 
@@ -174,8 +239,7 @@ PLATFORM_API int sockIsValidAddr(const char *text);
 /* Writes "<level> <module>: <message>" to stderr, or hands it to the sink installed with
  * platformLogSetSink, when level is at least the log level (platformLogSetLevel; until then the
  * environment variable PLATFORM_LOG_LEVEL, default 2), adding a newline when the message has
- * none. Every line, whatever its level, is also handed to the log sink of the simulation when
- * one is installed. Returns the length of the line written or handed over, newline included
+ * none. Returns the length of the line written or handed over, newline included
  * (0 when filtered).
  * An application may define basaltPrintLog itself to take over every line of both libraries;
  * its definition must then have default visibility (not -fvisibility=hidden) so that the

@@ -1,8 +1,5 @@
-// The platform logger: formats a line, hands it to the simulation's sink, then writes it to the
-// application's sink or to stderr.
+// The platform logger: formats a line and writes it to the application's sink or to stderr.
 #include "platform_internal.hpp"
-
-#include <platform_sim.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -25,28 +22,21 @@ std::atomic<int> &outputThreshold() {
     return threshold;
 }
 
-// An installed sink. Calls run with the mutex released; each counts itself in inFlight of its
+// The installed sink. Calls run with the mutex released; each counts itself in inFlight of its
 // epoch's parity so that replacing the sink can wait for the calls to the old one.
 struct SinkState {
     std::mutex mutex;
     std::condition_variable drained;
     PLATFORM_LOG_SINK sink = nullptr;
     void *context = nullptr;
-    bool quiet = false;
     bool replacing = false;
     std::uint64_t epoch = 0;
     int inFlight[2] = {0, 0};
     std::atomic<bool> installed{false}; // lets the common case skip the mutex
 };
 
-// The simulation's sink (every line, for tests) and the application's (lines it would otherwise
-// write to stderr). Never destroyed: threads may log while the process exits.
-SinkState &simSink() {
-    static auto &state = *new SinkState;
-    return state;
-}
-
-SinkState &appSink() {
+// Never destroyed: threads may log while the process exits.
+SinkState &sinkState() {
     static auto &state = *new SinkState;
     return state;
 }
@@ -56,11 +46,11 @@ thread_local int sinkCallDepth = 0;
 struct SinkCall {
     PLATFORM_LOG_SINK sink = nullptr;
     void *context = nullptr;
-    bool quiet = false;
     int parity = 0;
 };
 
-SinkCall enterSink(SinkState &state) {
+SinkCall enterSink() {
+    SinkState &state = sinkState();
     if (!state.installed.load(std::memory_order_acquire)) {
         return {};
     }
@@ -70,23 +60,24 @@ SinkCall enterSink(SinkState &state) {
     }
     int parity = static_cast<int>(state.epoch & 1);
     ++state.inFlight[parity];
-    return {state.sink, state.context, state.quiet, parity};
+    return {state.sink, state.context, parity};
 }
 
-void leaveSink(SinkState &state, const SinkCall &call) {
+void leaveSink(const SinkCall &call) {
+    SinkState &state = sinkState();
     std::lock_guard lock(state.mutex);
     if (--state.inFlight[call.parity] == 0) {
         state.drained.notify_all();
     }
 }
 
-void installSink(SinkState &state, PLATFORM_LOG_SINK sink, void *context, bool quiet) {
+void installSink(PLATFORM_LOG_SINK sink, void *context) {
+    SinkState &state = sinkState();
     std::unique_lock lock(state.mutex);
     state.drained.wait(lock, [&] { return !state.replacing; });
     state.replacing = true;
     state.sink = sink;
     state.context = sink != nullptr ? context : nullptr;
-    state.quiet = sink != nullptr && quiet;
     int oldParity = static_cast<int>(state.epoch & 1);
     ++state.epoch;
     state.installed.store(sink != nullptr, std::memory_order_release);
@@ -172,29 +163,17 @@ class LineBuffer {
 };
 
 int printLog(int level, const char *module, const char *format, va_list arguments) {
-    if (format == nullptr) {
-        return 0;
-    }
-    bool toOutput = level >= outputThreshold().load(std::memory_order_relaxed);
-    if (!toOutput && !simSink().installed.load(std::memory_order_acquire)) {
+    if (format == nullptr || level < outputThreshold().load(std::memory_order_relaxed)) {
         return 0; // the common debug line: nobody wants it, so do not format it
     }
     LineBuffer line;
     if (!line.format(level, module != nullptr ? module : "", format, arguments)) {
         return 0;
     }
-    SinkCall call = enterSink(simSink());
+    SinkCall call = enterSink();
     if (call.sink != nullptr) {
         line.deliver(call, level, module != nullptr ? module : "");
-        leaveSink(simSink(), call);
-    }
-    if (!toOutput || call.quiet) {
-        return 0;
-    }
-    SinkCall app = enterSink(appSink());
-    if (app.sink != nullptr) {
-        line.deliver(app, level, module != nullptr ? module : "");
-        leaveSink(appSink(), app);
+        leaveSink(call);
         return line.lineLength();
     }
     return line.write(stderr);
@@ -213,16 +192,9 @@ int basaltPrintLog(int level, const char *module, const char *format, ...) {
     return written;
 }
 
-void platformSimSetLogSink(PLATFORM_LOG_SINK sink, void *context, int quiet) {
-    guarded(0, [&] {
-        installSink(simSink(), sink, context, quiet != 0);
-        return 0;
-    });
-}
-
 void platformLogSetSink(PLATFORM_LOG_SINK sink, void *context) {
     guarded(0, [&] {
-        installSink(appSink(), sink, context, false);
+        installSink(sink, context);
         return 0;
     });
 }

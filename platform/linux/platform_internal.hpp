@@ -62,24 +62,4 @@ long readEnvInteger(const char *name, long fallback, long minimum, long maximum)
 bool startDetachedThread(const char *name, std::size_t stackSize, void (*body)(void *),
                          void *context) noexcept;
 
-// ---- thread_pool.cpp
-
-// Blocks until no pool has a queued or running call.
-void waitPoolsIdle();
-
-// ---- power_manager.cpp
-
-// Calls every registered heartbeat function on the calling thread, in registration order.
-void callHeartbeats();
-
-// Stops (true) or resumes the heartbeat thread's calls. Stopping waits for a pass in progress
-// on that thread to end, unless called from the heartbeat thread itself.
-void pauseRealHeartbeats(bool paused);
-
-// ---- uptime.cpp
-
-// Switches up-time to the simulated clock (set from the real up-time the first time) or back.
-void setManualUpTime(bool manual);
-bool isManualUpTime() noexcept;
-
 } // namespace pu::platform

@@ -1,8 +1,7 @@
 // Emulated power manager: registered applications, their recorded wake-up timers and active
-// counts, and the heartbeat thread that calls every application's heartbeat function.
+// counts, the heartbeat thread that calls every application's heartbeat function, and beats on
+// demand that wait for the passes they trigger.
 #include "platform_internal.hpp"
-
-#include <platform_sim.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,6 +20,8 @@ constexpr long kMaxHeartbeatMs = 60'000;
 struct App {
     std::string name;
     PLATFORM_HEARTBEAT_FN heartbeat = nullptr;
+    PLATFORM_PASS_BEGIN_FN passBegin = nullptr;
+    PLATFORM_PASS_WAIT_FN passWait = nullptr;
     std::int64_t wakeUpDelay = -1; // -1: none armed
     std::uint32_t wakeUpArms = 0;
     std::uint32_t wakeUpCancels = 0;
@@ -33,7 +34,7 @@ struct PowerManager {
     std::vector<App> apps;
     bool threadStarted = false;
 
-    // Lets the simulation stop real heartbeats and know that none is still running.
+    // Lets osaSmPauseHeartbeats stop the thread's beats and know that none is still running.
     std::mutex passMutex;
     std::condition_variable passEnded;
     bool paused = false;
@@ -54,12 +55,19 @@ App *findApp(PowerManager &manager, int handle) {
     return &manager.apps[static_cast<std::size_t>(handle) - 1];
 }
 
-void copyHeartbeats(std::vector<PLATFORM_HEARTBEAT_FN> &out) {
+// What one beat calls for an application; copied out so that no lock is held during the calls.
+struct Beat {
+    PLATFORM_HEARTBEAT_FN heartbeat;
+    PLATFORM_PASS_BEGIN_FN passBegin;
+    PLATFORM_PASS_WAIT_FN passWait;
+};
+
+void copyBeats(std::vector<Beat> &out) {
     PowerManager &manager = powerManager();
     std::lock_guard lock(manager.mutex);
     out.clear();
     for (const App &app : manager.apps) {
-        out.push_back(app.heartbeat);
+        out.push_back({app.heartbeat, app.passBegin, app.passWait});
     }
 }
 
@@ -111,7 +119,7 @@ void endRealPass() {
 void runHeartbeatThread(void *) {
     onHeartbeatThread = true;
     long periodMs = heartbeatPeriodMs();
-    std::vector<PLATFORM_HEARTBEAT_FN> heartbeats; // reused: no allocation per beat
+    std::vector<Beat> beats; // reused: no allocation per beat
     timespec next{};
     clock_gettime(CLOCK_MONOTONIC, &next);
     for (;;) {
@@ -120,11 +128,11 @@ void runHeartbeatThread(void *) {
             continue;
         }
         guarded(0, [&] {
-            copyHeartbeats(heartbeats);
+            copyBeats(beats);
             return 0;
         });
-        for (PLATFORM_HEARTBEAT_FN heartbeat : heartbeats) {
-            heartbeat();
+        for (const Beat &beat : beats) {
+            beat.heartbeat();
         }
         endRealPass();
     }
@@ -177,17 +185,27 @@ template <typename Result, typename Read> Result readApp(int handle, Result fall
     });
 }
 
-} // namespace
-
-void callHeartbeats() {
-    std::vector<PLATFORM_HEARTBEAT_FN> heartbeats;
-    copyHeartbeats(heartbeats);
-    for (PLATFORM_HEARTBEAT_FN heartbeat : heartbeats) {
-        heartbeat();
+// One beat on the calling thread: every observer's begin, every heartbeat, then every wait.
+void beatNow() {
+    std::vector<Beat> beats;
+    copyBeats(beats);
+    std::vector<std::uint64_t> tokens(beats.size());
+    for (std::size_t i = 0; i < beats.size(); ++i) {
+        if (beats[i].passBegin != nullptr) {
+            tokens[i] = beats[i].passBegin();
+        }
+    }
+    for (const Beat &beat : beats) {
+        beat.heartbeat();
+    }
+    for (std::size_t i = 0; i < beats.size(); ++i) {
+        if (beats[i].passWait != nullptr) {
+            beats[i].passWait(tokens[i]);
+        }
     }
 }
 
-void pauseRealHeartbeats(bool paused) {
+void pauseHeartbeats(bool paused) {
     PowerManager &manager = powerManager();
     std::unique_lock lock(manager.passMutex);
     manager.paused = paused;
@@ -196,6 +214,7 @@ void pauseRealHeartbeats(bool paused) {
     }
 }
 
+} // namespace
 } // namespace pu::platform
 
 using namespace pu::platform;
@@ -268,22 +287,43 @@ int osaSmDelWakeUpTimer(int handle) {
     return 0;
 }
 
-int64_t platformSimWakeUpDelay(int handle) {
-    return readApp(handle, int64_t{-1}, [](const App &app) { return app.wakeUpDelay; });
+int osaSmGetAppState(int handle, PLATFORM_SM_APP_STATE *state) {
+    if (state == nullptr) {
+        return -1;
+    }
+    return readApp(handle, -1, [&](const App &app) {
+        state->wakeUpDelayMs = app.wakeUpDelay;
+        state->wakeUpArms = app.wakeUpArms;
+        state->wakeUpCancels = app.wakeUpCancels;
+        state->activeCount = app.activeCount;
+        state->activePeak = app.activePeak;
+        return 0;
+    });
 }
 
-uint32_t platformSimWakeUpArmCount(int handle) {
-    return readApp(handle, uint32_t{0}, [](const App &app) { return app.wakeUpArms; });
+void osaSmPauseHeartbeats(int paused) {
+    guarded(0, [&] {
+        pauseHeartbeats(paused != 0);
+        return 0;
+    });
 }
 
-uint32_t platformSimWakeUpCancelCount(int handle) {
-    return readApp(handle, uint32_t{0}, [](const App &app) { return app.wakeUpCancels; });
+int osaSmSetPassObserver(int handle, PLATFORM_PASS_BEGIN_FN begin, PLATFORM_PASS_WAIT_FN wait) {
+    if ((begin == nullptr) != (wait == nullptr)) {
+        return -1; // a token nobody waits for, or a wait with no token
+    }
+    bool known = guarded(false, [&] {
+        return updateApp(handle, [&](App &app) {
+            app.passBegin = begin;
+            app.passWait = wait;
+        });
+    });
+    return known ? 0 : -1;
 }
 
-int platformSimActiveAppCount(int handle) {
-    return readApp(handle, 0, [](const App &app) { return app.activeCount; });
-}
-
-int platformSimActiveAppPeak(int handle) {
-    return readApp(handle, 0, [](const App &app) { return app.activePeak; });
+void osaSmHeartbeat(void) {
+    guarded(0, [] {
+        beatNow();
+        return 0;
+    });
 }

@@ -2,8 +2,6 @@
 #include "handle_table.hpp"
 #include "platform_internal.hpp"
 
-#include <platform_sim.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
@@ -46,7 +44,7 @@ PoolTable &pools() {
     return table;
 }
 
-// Calls queued or running in every pool, for platformSimWaitPoolsIdle.
+// Calls queued or running in every pool, for taskThrPoolWaitIdle.
 struct IdleTracker {
     std::atomic<std::int64_t> busy{0};
     std::mutex mutex;
@@ -189,13 +187,6 @@ int addCall(THR_POOL_ID id, PLATFORM_POOL_FN fn, void *argument, int taskId) {
 }
 
 } // namespace
-
-void waitPoolsIdle() {
-    IdleTracker &tracker = idleTracker();
-    std::unique_lock lock(tracker.mutex);
-    tracker.idle.wait(lock, [&] { return tracker.busy.load(std::memory_order_acquire) == 0; });
-}
-
 } // namespace pu::platform
 
 using namespace pu::platform;
@@ -208,9 +199,11 @@ int taskThrPoolAddTask(THR_POOL_ID pool, PLATFORM_POOL_FN fn, void *argument, in
     return guarded(-1, [&] { return addCall(pool, fn, argument, taskId); });
 }
 
-void platformSimWaitPoolsIdle(void) {
+void taskThrPoolWaitIdle(void) {
     guarded(0, [] {
-        waitPoolsIdle();
+        IdleTracker &tracker = idleTracker();
+        std::unique_lock lock(tracker.mutex);
+        tracker.idle.wait(lock, [&] { return tracker.busy.load(std::memory_order_acquire) == 0; });
         return 0;
     });
 }

@@ -1,8 +1,6 @@
-// Up-time from CLOCK_BOOTTIME or the simulated clock, the recorded time base, and the time-zone
+// Up-time from CLOCK_BOOTTIME or an installed source, the recorded time base, and the time-zone
 // offset.
 #include "platform_internal.hpp"
-
-#include <platform_sim.h>
 
 #include <atomic>
 #include <ctime>
@@ -12,11 +10,9 @@ namespace pu::platform {
 namespace {
 
 constexpr std::uint64_t kUsPerSecond = 1'000'000;
-constexpr std::uint64_t kSimulatedUnset = UINT64_MAX;
 
 // Plain atomics with trivial destructors: safe to read from threads still running at exit.
-std::atomic<bool> manualUpTime{false};
-std::atomic<std::uint64_t> simulatedUs{kSimulatedUnset};
+std::atomic<PLATFORM_UPTIME_SOURCE> upTimeSource{nullptr};
 std::atomic<bool> timeZoneOverridden{false};
 std::atomic<std::int32_t> timeZoneOverride{0};
 
@@ -40,16 +36,9 @@ std::uint64_t realUpTimeUs() noexcept {
            static_cast<std::uint64_t>(now.tv_nsec) / 1000;
 }
 
-// The simulated clock starts from the real up-time the first time anyone needs it.
-void startSimulatedClockOnce() noexcept {
-    std::uint64_t expected = kSimulatedUnset;
-    simulatedUs.compare_exchange_strong(expected, realUpTimeUs(), std::memory_order_relaxed);
-}
-
 std::uint64_t upTimeUs() noexcept {
-    return manualUpTime.load(std::memory_order_acquire)
-               ? simulatedUs.load(std::memory_order_relaxed)
-               : realUpTimeUs();
+    PLATFORM_UPTIME_SOURCE source = upTimeSource.load(std::memory_order_acquire);
+    return source != nullptr ? source() : realUpTimeUs();
 }
 
 int32_t localTimeZoneOffset() noexcept {
@@ -63,17 +52,6 @@ int32_t localTimeZoneOffset() noexcept {
 }
 
 } // namespace
-
-void setManualUpTime(bool manual) {
-    if (manual) {
-        startSimulatedClockOnce();
-    }
-    manualUpTime.store(manual, std::memory_order_release);
-}
-
-bool isManualUpTime() noexcept {
-    return manualUpTime.load(std::memory_order_acquire);
-}
 
 } // namespace pu::platform
 
@@ -121,30 +99,11 @@ int32_t osaTimeZoneOffsetGet(void) {
     return localTimeZoneOffset();
 }
 
-void platformSimSetUpTime(uint32_t seconds, uint32_t microseconds) {
-    simulatedUs.store(static_cast<std::uint64_t>(seconds) * kUsPerSecond + microseconds,
-                      std::memory_order_relaxed);
+void osaSetSysUpTimeSource(PLATFORM_UPTIME_SOURCE source) {
+    upTimeSource.store(source, std::memory_order_release);
 }
 
-void platformSimAdvanceMs(uint32_t ms) {
-    platformSimAdvanceUs(static_cast<uint64_t>(ms) * 1000);
-}
-
-void platformSimAdvanceUs(uint64_t us) {
-    startSimulatedClockOnce();
-    simulatedUs.fetch_add(us, std::memory_order_relaxed);
-}
-
-void platformSimSetTimeZoneOffset(int32_t seconds) {
-    timeZoneOverride.store(seconds, std::memory_order_relaxed);
-    timeZoneOverridden.store(true, std::memory_order_release);
-}
-
-void platformSimClearTimeZoneOffset(void) {
-    timeZoneOverridden.store(false, std::memory_order_release);
-}
-
-uint32_t platformSimTimeBaseUpdates(uint32_t *seconds, uint32_t *microseconds, uint32_t *stepMs) {
+uint32_t osaGetSysTimeBase(uint32_t *seconds, uint32_t *microseconds, uint32_t *stepMs) {
     return guarded(0u, [&] {
         TimeBaseRecord &record = timeBase();
         std::lock_guard lock(record.mutex);
@@ -159,4 +118,13 @@ uint32_t platformSimTimeBaseUpdates(uint32_t *seconds, uint32_t *microseconds, u
         }
         return record.updates;
     });
+}
+
+void osaTimeZoneOffsetSet(int32_t seconds) {
+    timeZoneOverride.store(seconds, std::memory_order_relaxed);
+    timeZoneOverridden.store(true, std::memory_order_release);
+}
+
+void osaTimeZoneOffsetReset(void) {
+    timeZoneOverridden.store(false, std::memory_order_release);
 }

@@ -1,13 +1,13 @@
 // The "uTimer" task: woken by the power manager's heartbeat, it measures the up-time that passed,
 // advances the timer list by it and polls the wall clock every 30 s of timer time. Also the
-// heartbeat callbacks, the up-time arithmetic with its jump detection, and the hook through which
-// the platform simulation waits for a pass.
+// heartbeat callbacks, the up-time arithmetic with its jump detection, and the pass observer
+// through which a heartbeat fired on demand (osaSmHeartbeat) waits for the pass it triggered.
 #include "time/timer_service.hpp"
 
 #include <uasync.h>
 #include <uevent.h>
 
-#include <platform_sim.h>
+#include <platform_os.h>
 
 #include "core/sem_lock.hpp"
 
@@ -26,7 +26,7 @@ constexpr std::uint32_t kJumpSeconds = 10; // a longer step of the up-time is a 
 constexpr std::int32_t kJumpStepMs = 50;   // the tick reported for a jump
 constexpr std::uint32_t kResyncEveryMs = 30000;
 
-// Counts the task's passes so a test can wait for the pass a heartbeat triggers.
+// Counts the task's passes so that a heartbeat fired on demand can wait for the pass it triggers.
 struct Passes {
     std::mutex mutex;
     std::condition_variable changed;
@@ -42,7 +42,7 @@ Passes &passes() {
 
 constexpr std::uint64_t kNoPass = ~std::uint64_t{0};
 
-// Pass hook, begin side: the number of passes started so far. The next pass to start takes the
+// Pass observer, begin side: the number of passes started so far. The next pass to start takes the
 // tick after this call, so it measures an up-time set before the heartbeat.
 std::uint64_t passBegin() {
     Passes &p = passes();
@@ -50,8 +50,8 @@ std::uint64_t passBegin() {
     return service().tick.load(std::memory_order_acquire) != 0 ? p.started : kNoPass;
 }
 
-// Pass hook, wait side: blocks until the pass after token has finished. Without a tick semaphore
-// the heartbeat triggered no pass, so there is nothing to wait for.
+// Pass observer, wait side: blocks until the pass after token has finished. Without a tick
+// semaphore the heartbeat triggered no pass, so there is nothing to wait for.
 void passWait(std::uint64_t token) {
     if (token == kNoPass) {
         return;
@@ -170,14 +170,15 @@ void startTimerTask() {
     if (task == 0) {
         return;
     }
-    // Waiting here means a heartbeat after start-up always reaches the task, so the simulation's
-    // pass hook never waits for a pass that no heartbeat could trigger.
+    // Waiting here means a heartbeat after start-up always reaches the task, so the pass observer
+    // never waits for a pass that no heartbeat could trigger.
     Passes &p = passes();
     {
         std::unique_lock lock(p.mutex);
         p.changed.wait(lock, [&] { return p.taskReady; });
     }
-    platformSimSetPassHook(passBegin, passWait);
+    osaSmSetPassObserver(service().powerHandle.load(std::memory_order_relaxed), passBegin,
+                         passWait);
 }
 
 } // namespace pu::timer

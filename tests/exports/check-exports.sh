@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Compares the dynamic symbols each library defines with what its headers declare as exported
-# (PU_API in include/, PLATFORM_API in platform/include/). Fails on any C++ mangled name, on
-# anything exported but undeclared, and on anything declared but missing.
+# (PU_API in include/, PLATFORM_API in platform_os.h, PLATFORM_SIM_API in platform_sim.h). Fails
+# on any C++ mangled name, on anything exported but undeclared, on anything declared but missing,
+# and on any simulation control (platformSim...) in the two production libraries.
 set -euo pipefail
-utils_lib=$1 os_lib=$2 utils_inc=$3 os_inc=$4
+utils_lib=$1 os_lib=$2 sim_lib=$3 utils_inc=$4 os_inc=$5
 
 # Names declared with the given export macro: the identifier before the first '(' of each
 # declaration, or before the ';' for data.
@@ -40,5 +41,11 @@ check() {
 }
 
 check libplatform_utils "$utils_lib" PU_API "$utils_inc"/*.h
-check libplatform_os "$os_lib" PLATFORM_API "$os_inc"/*.h
+check libplatform_os "$os_lib" PLATFORM_API "$os_inc"/platform_os.h
+check libplatform_sim "$sim_lib" PLATFORM_SIM_API "$os_inc"/platform_sim.h
+for lib in "$utils_lib" "$os_lib"; do
+    if sim=$(defined "$lib" | grep '^platformSim'); then
+        echo "$(basename "$lib"): simulation controls exported:"; echo "$sim"; status=1
+    fi
+done
 exit $status

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The application's log sink and run-time level: which lines reach it instead of stderr, the
-// level's edges, going back to stderr, and the syslog sink's priorities.
+// level's edges, going back to stderr, the syslog sink's priorities, and the simulation's log
+// capture built on them.
 #include <platform_os.h>
 #include <platform_sim.h>
 
@@ -84,10 +85,9 @@ TEST_F(LogSink, LinesThatPassTheLevelGoToTheSinkInsteadOfStderr) {
         {INT_MAX, {}},
     };
     for (const Case &c : cases) {
-        Lines app, every;
+        Lines app;
         platformLogSetLevel(c.threshold);
         platformLogSetSink(collect, &app);
-        platformSimSetLogSink(collect, &every, 0);
         CaptureStderr();
         basaltPrintLog(-5, "m", "low");
         basaltPrintLog(PLATFORM_LOG_DEBUG, "m", "debug");
@@ -97,18 +97,37 @@ TEST_F(LogSink, LinesThatPassTheLevelGoToTheSinkInsteadOfStderr) {
         basaltPrintLog(9, "m", "high");
         EXPECT_EQ(GetCapturedStderr(), "") << "threshold " << c.threshold;
         EXPECT_EQ(app.lines, c.expected) << "threshold " << c.threshold;
-        EXPECT_EQ(every.lines.size(), 6u) << "the simulation's sink sees every level";
         EXPECT_EQ(error, c.threshold <= PLATFORM_LOG_ERROR ? 11 : 0) << "3 m: error + newline";
     }
 }
 
-TEST_F(LogSink, QuietSimulationSinkSilencesTheApplicationSinkToo) {
-    Lines app, every;
-    platformLogSetSink(collect, &app);
-    platformSimSetLogSink(collect, &every, 1);
-    EXPECT_EQ(basaltPrintLog(PLATFORM_LOG_ERROR, "m", "e"), 0);
-    EXPECT_TRUE(app.lines.empty());
-    EXPECT_EQ(every.lines, std::vector<std::string>{"3|m|e"});
+TEST_F(LogSink, CaptureSeesEveryLineAndKeepsStderrToTheLevelItReplaced) {
+    struct Case {
+        int quiet;
+        const char *stderrText;
+    };
+    const Case cases[] = {{0, "3 m: error\n"}, {1, ""}};
+    for (const Case &c : cases) {
+        Lines first, second;
+        platformLogSetLevel(PLATFORM_LOG_WARNING);
+        platformSimSetLogSink(collect, &first, c.quiet);
+        // A second capture replaces the first and keeps the level the first one replaced.
+        platformSimSetLogSink(collect, &second, c.quiet);
+        CaptureStderr();
+        basaltPrintLog(PLATFORM_LOG_DEBUG, "m", "debug");
+        basaltPrintLog(PLATFORM_LOG_ERROR, "m", "error\n");
+        EXPECT_EQ(GetCapturedStderr(), c.stderrText) << "quiet " << c.quiet;
+        EXPECT_TRUE(first.lines.empty());
+        EXPECT_EQ(second.lines, (std::vector<std::string>{"0|m|debug", "3|m|error"}));
+
+        platformSimSetLogSink(nullptr, nullptr, 0);
+        EXPECT_EQ(platformLogGetLevel(), PLATFORM_LOG_WARNING) << "restored on removal";
+        CaptureStderr();
+        basaltPrintLog(PLATFORM_LOG_DEBUG, "m", "gone");
+        basaltPrintLog(PLATFORM_LOG_ERROR, "m", "back");
+        EXPECT_EQ(GetCapturedStderr(), "3 m: back\n");
+        EXPECT_EQ(second.lines.size(), 2u);
+    }
 }
 
 TEST_F(LogSink, RemovingTheSinkGoesBackToStderrAndSetLevelReturnsThePrevious) {

@@ -76,7 +76,7 @@ class PowerManager : public ::testing::Test {
   protected:
     void SetUp() override { registerTestApps(); }
     void TearDown() override {
-        platformSimSetPassHook(nullptr, nullptr);
+        osaSmSetPassObserver(registeredHandles[0], nullptr, nullptr);
         platformSimSetManual(0);
     }
 };
@@ -119,11 +119,12 @@ TEST_F(PowerManager, ManualModeStopsTheThreadAndHeartbeatsRunOnTheCaller) {
 
 std::atomic<bool> poolCallDone{false};
 
-TEST_F(PowerManager, ManualHeartbeatRunsThePassHookAndWaitsForPools) {
+TEST_F(PowerManager, ManualHeartbeatRunsThePassObserverAndWaitsForPools) {
     BeatLog &log = beatLog();
     platformSimSetManual(1);
     static THR_POOL_ID pool = taskThrPoolCreate(2);
-    platformSimSetPassHook(
+    osaSmSetPassObserver(
+        registeredHandles[0],
         [] {
             beatLog().record("begin");
             // The pass queues work on a pool; the heartbeat must wait for it as well.
@@ -190,7 +191,36 @@ TEST_F(PowerManager, UnknownHandlesAreRefused) {
         EXPECT_EQ(platformSimWakeUpDelay(bad), -1);
         EXPECT_EQ(platformSimWakeUpArmCount(bad), 0u);
         EXPECT_EQ(platformSimActiveAppCount(bad), 0);
+        PLATFORM_SM_APP_STATE state{7, 7, 7, 7, 7};
+        EXPECT_EQ(osaSmGetAppState(bad, &state), -1);
+        EXPECT_EQ(state.activeCount, 7) << "left alone";
+        EXPECT_EQ(osaSmSetPassObserver(
+                      bad, [] { return uint64_t{0}; }, [](uint64_t) {}),
+                  -1);
     }
+    EXPECT_EQ(osaSmGetAppState(registeredHandles[0], nullptr), -1);
+}
+
+TEST_F(PowerManager, PassObserverComesInPairs) {
+    // A begin whose token nobody waits for, or a wait with no token, is refused and leaves the
+    // installed pair in place.
+    static std::atomic<int> begins{0};
+    auto begin = [] {
+        ++begins;
+        return uint64_t{0};
+    };
+    auto wait = [](uint64_t) {};
+    const int app = registeredHandles[0];
+    ASSERT_EQ(osaSmSetPassObserver(app, begin, wait), 0);
+    EXPECT_EQ(osaSmSetPassObserver(app, begin, nullptr), -1);
+    EXPECT_EQ(osaSmSetPassObserver(app, nullptr, wait), -1);
+    platformSimSetManual(1);
+    int before = begins.load();
+    platformSimHeartbeat();
+    EXPECT_EQ(begins.load(), before + 1);
+    EXPECT_EQ(osaSmSetPassObserver(app, nullptr, nullptr), 0);
+    platformSimHeartbeat();
+    EXPECT_EQ(begins.load(), before + 1) << "removed";
 }
 
 } // namespace
