@@ -1,6 +1,6 @@
-// A console reporter that also keeps each run's CPU time per iteration, for the ratio tables
-// the benchmark programs print after their runs (CPU time, so that a busy machine descheduling
-// the process does not skew one side).
+// What every benchmark program shares: a console reporter that also keeps each run's CPU time per
+// iteration, for the ratio tables the programs print after their runs (CPU time, so that a busy
+// machine descheduling the process does not skew one side), and the main() around it.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -36,5 +36,19 @@ class TimesReporter : public benchmark::ConsoleReporter {
   private:
     std::map<std::string, double> times_;
 };
+
+// The body of every benchmark program's main(): runs the benchmarks selected on the command line
+// through a TimesReporter, then hands it to summary for the program's own table.
+template <typename Summary> int runBenchmarks(int argc, char **argv, Summary summary) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    TimesReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    summary(static_cast<const TimesReporter &>(reporter));
+    benchmark::Shutdown();
+    return 0;
+}
 
 } // namespace pu::bench
