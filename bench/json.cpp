@@ -84,13 +84,13 @@ BENCHMARK(BM_Get_cJSON_ParseAndLookUp);
 
 // Speed ratios (theirs over ours): 1.0 is parity, above 1 we are faster.
 void printSummary(const pu::bench::TimesReporter &times) {
-    std::printf("\nspeed relative to cJSON (cJSON time / our time):\n");
-    std::printf("  cJSON_Print_Oneline vs cJSON_PrintUnformatted: %5.2f\n",
-                times.ratio("BM_Print_cJSON_PrintUnformatted", "BM_Print_Oneline"));
-    std::printf("  cJSON_PrintUnescape vs cJSON_Print:            %5.2f\n",
-                times.ratio("BM_Print_cJSON_Print", "BM_Print_Unescape"));
-    std::printf("  uParaGetInt (2 keys) vs parse + 2 lookups:     %5.2f\n",
-                times.ratio("BM_Get_cJSON_ParseAndLookUp", "BM_Get_uParaGetInt"));
+    pu::bench::printRatios(
+        times, "speed relative to cJSON (cJSON time / our time):",
+        {{"cJSON_Print_Oneline vs cJSON_PrintUnformatted:", "BM_Print_cJSON_PrintUnformatted",
+          "BM_Print_Oneline"},
+         {"cJSON_PrintUnescape vs cJSON_Print:", "BM_Print_cJSON_Print", "BM_Print_Unescape"},
+         {"uParaGetInt (2 keys) vs parse + 2 lookups:", "BM_Get_cJSON_ParseAndLookUp",
+          "BM_Get_uParaGetInt"}});
 }
 
 } // namespace

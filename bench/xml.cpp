@@ -102,13 +102,13 @@ BENCHMARK(BM_Xml_Ours_BareAmp)->Unit(benchmark::kMillisecond);
 
 // Speed relative to expat alone (expat time / our time): 1.0 is parity.
 void printSummary(const pu::bench::TimesReporter &times) {
-    std::printf("\nspeed relative to expat alone (expat time / our time):\n");
-    std::printf("  without any \"&\":          %5.2f (goal 0.95)\n",
-                times.ratio("BM_Xml_Expat_NoAmp", "BM_Xml_Ours_NoAmp"));
-    std::printf("  with references (\"&amp;\"): %5.2f (goal 0.80)\n",
-                times.ratio("BM_Xml_Expat_References", "BM_Xml_Ours_References"));
-    std::printf("  bare \"&\" (ours) vs references (expat): %5.2f\n",
-                times.ratio("BM_Xml_Expat_References", "BM_Xml_Ours_BareAmp"));
+    pu::bench::printRatios(
+        times, "speed relative to expat alone (expat time / our time):",
+        {{"without any \"&\":", "BM_Xml_Expat_NoAmp", "BM_Xml_Ours_NoAmp", " (goal 0.95)"},
+         {"with references (\"&amp;\"):", "BM_Xml_Expat_References", "BM_Xml_Ours_References",
+          " (goal 0.80)"},
+         {"bare \"&\" (ours) vs references (expat):", "BM_Xml_Expat_References",
+          "BM_Xml_Ours_BareAmp"}});
 }
 
 } // namespace

@@ -5,6 +5,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -36,6 +40,28 @@ class TimesReporter : public benchmark::ConsoleReporter {
   private:
     std::map<std::string, double> times_;
 };
+
+// One line of a ratio table: the time of run `over` divided by the time of run `under`.
+struct RatioRow {
+    const char *label;
+    const char *over;
+    const char *under;
+    const char *note = "";
+};
+
+// Prints heading, then one aligned line per row.
+inline void printRatios(const TimesReporter &times, const char *heading,
+                        std::initializer_list<RatioRow> rows) {
+    int width = 0;
+    for (const RatioRow &row : rows) {
+        width = std::max(width, static_cast<int>(std::strlen(row.label)));
+    }
+    std::printf("\n%s\n", heading);
+    for (const RatioRow &row : rows) {
+        std::printf("  %-*s %5.2f%s\n", width, row.label, times.ratio(row.over, row.under),
+                    row.note);
+    }
+}
 
 // The body of every benchmark program's main(): runs the benchmarks selected on the command line
 // through a TimesReporter, then hands it to summary for the program's own table.

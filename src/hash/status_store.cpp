@@ -86,19 +86,13 @@ int32_t setSystemStatus(const char *name, uint32_t value) {
     }
     int32_t result = -1;
     (void)pu::hash::probe(keys, kSlots, [&](std::uint32_t slot) {
-        StatusRecord *record = gSlots[slot].load(std::memory_order_acquire);
+        // A new record is filled before it is published, so a reader never sees a half-made one.
+        // Only an unlocked first call can lose the race for an empty slot; it then looks at the
+        // winner's record.
+        StatusRecord *record = pu::core::createOnce(
+            gSlots[slot], [&] { return newRecord(name, value, keys); }, freeRecord);
         if (record == nullptr) {
-            StatusRecord *fresh = newRecord(name, value, keys);
-            if (fresh == nullptr) {
-                return true;
-            }
-            // Filled before it is published, so a reader never sees a half-made record. Only an
-            // unlocked first call can lose this exchange; it then looks at the winner's record.
-            if (gSlots[slot].compare_exchange_strong(record, fresh, std::memory_order_acq_rel)) {
-                result = 0;
-                return true;
-            }
-            freeRecord(fresh);
+            return true;
         }
         if (matches(record, keys)) {
             storeValue(record, value);

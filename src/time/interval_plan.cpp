@@ -261,20 +261,18 @@ struct Row {
 
 // Order matters only for duplicates, of which there are none. There is deliberately no row for
 // deleting an added plan: a plan that never started cannot be deleted.
-constexpr Row kRows[] = {
-    {kStart, kAdded, startPlan},
-    {kStart, kWaiting, startPlan},
-    {kDelete, kRunning, runningToStopped},
-    {kDelete, kWaitingPaused, waitingToStopped},
-    {kDelete, kRunningPaused, runningToStopped},
-    {kDelete, kWaiting, waitingToStopped},
-    {kDelete, kFinished, runningToStopped},
-    {kResume, kWaitingPaused, pausedToResumed},
-    {kResume, kRunningPaused, pausedToResumed},
-    {kPause, kWaiting, waitingToPaused},
-    {kPause, kRunning, runningToPaused},
-    {kComplete, kRunning, runningToFinished},
-};
+constexpr Row kRows[] = {{kStart, kAdded, startPlan},
+                         {kStart, kWaiting, startPlan},
+                         {kDelete, kRunning, runningToStopped},
+                         {kDelete, kWaitingPaused, waitingToStopped},
+                         {kDelete, kRunningPaused, runningToStopped},
+                         {kDelete, kWaiting, waitingToStopped},
+                         {kDelete, kFinished, runningToStopped},
+                         {kResume, kWaitingPaused, pausedToResumed},
+                         {kResume, kRunningPaused, pausedToResumed},
+                         {kPause, kWaiting, waitingToPaused},
+                         {kPause, kRunning, runningToPaused},
+                         {kComplete, kRunning, runningToFinished}};
 
 uFsm *buildMachine() {
     uFsm *machine = uFsmCreate();
