@@ -8,7 +8,7 @@
 #include <platform_sim.h>
 #include <platform_utils.h>
 
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -301,36 +301,29 @@ BENCHMARK(BM_Md5_EVP)->Arg(64)->Arg(65536);
 BENCHMARK(BM_HmacSha256_uDigestHmacSha256it)->Arg(64)->Arg(65536);
 BENCHMARK(BM_HmacSha256_EVP)->Arg(64)->Arg(65536);
 
-class SummaryReporter : public pu::bench::TimesReporter {
-  public:
-    // Speed relative to the reference: reference time / our time, so above 1 we are faster.
-    void printSummary() const {
-        const struct {
-            const char *label, *ours, *theirs;
-        } rows[] = {
-            {"crc32 64 KiB vs zlib", "BM_Crc32_crc32", "BM_Crc32_zlib"},
-            {"uB64_ntop 64 KiB vs EVP_EncodeBlock", "BM_B64Encode_uB64_ntop",
-             "BM_B64Encode_EVP_EncodeBlock"},
-            {"uB64_pton 64 KiB vs EVP_DecodeBlock", "BM_B64Decode_uB64_pton",
-             "BM_B64Decode_EVP_DecodeBlock"},
-            {"uAesEncrypt 1 MiB vs EVP", "BM_AesEncrypt_uAesEncrypt", "BM_AesEncrypt_EVP"},
-            {"uAesDecrypt 1 MiB vs EVP", "BM_AesDecrypt_uAesDecrypt", "BM_AesDecrypt_EVP"},
-            {"uDigestSha256it 64 B vs EVP", "BM_Sha256_uDigestSha256it/64", "BM_Sha256_EVP/64"},
-            {"uDigestSha256it 64 KiB vs EVP", "BM_Sha256_uDigestSha256it/65536",
-             "BM_Sha256_EVP/65536"},
-            {"uDigestMD5 64 B vs EVP", "BM_Md5_uDigestMD5/64", "BM_Md5_EVP/64"},
-            {"uDigestMD5 64 KiB vs EVP", "BM_Md5_uDigestMD5/65536", "BM_Md5_EVP/65536"},
-            {"uDigestHmacSha256it 64 B vs EVP", "BM_HmacSha256_uDigestHmacSha256it/64",
-             "BM_HmacSha256_EVP/64"},
-            {"uDigestHmacSha256it 64 KiB vs EVP", "BM_HmacSha256_uDigestHmacSha256it/65536",
-             "BM_HmacSha256_EVP/65536"},
-        };
-        std::printf("\nspeed relative to the reference (reference time / our time):\n");
-        for (const auto &row : rows) {
-            std::printf("  %-36s %5.2f\n", row.label, ratio(row.theirs, row.ours));
-        }
-    }
-};
+// Speed relative to the reference: reference time / our time, so above 1 we are faster.
+void printSummary(const pu::bench::TimesReporter &times) {
+    pu::bench::printRatios(
+        times, "speed relative to the reference (reference time / our time):",
+        {
+            {"crc32 64 KiB vs zlib", "BM_Crc32_zlib", "BM_Crc32_crc32"},
+            {"uB64_ntop 64 KiB vs EVP_EncodeBlock", "BM_B64Encode_EVP_EncodeBlock",
+             "BM_B64Encode_uB64_ntop"},
+            {"uB64_pton 64 KiB vs EVP_DecodeBlock", "BM_B64Decode_EVP_DecodeBlock",
+             "BM_B64Decode_uB64_pton"},
+            {"uAesEncrypt 1 MiB vs EVP", "BM_AesEncrypt_EVP", "BM_AesEncrypt_uAesEncrypt"},
+            {"uAesDecrypt 1 MiB vs EVP", "BM_AesDecrypt_EVP", "BM_AesDecrypt_uAesDecrypt"},
+            {"uDigestSha256it 64 B vs EVP", "BM_Sha256_EVP/64", "BM_Sha256_uDigestSha256it/64"},
+            {"uDigestSha256it 64 KiB vs EVP", "BM_Sha256_EVP/65536",
+             "BM_Sha256_uDigestSha256it/65536"},
+            {"uDigestMD5 64 B vs EVP", "BM_Md5_EVP/64", "BM_Md5_uDigestMD5/64"},
+            {"uDigestMD5 64 KiB vs EVP", "BM_Md5_EVP/65536", "BM_Md5_uDigestMD5/65536"},
+            {"uDigestHmacSha256it 64 B vs EVP", "BM_HmacSha256_EVP/64",
+             "BM_HmacSha256_uDigestHmacSha256it/64"},
+            {"uDigestHmacSha256it 64 KiB vs EVP", "BM_HmacSha256_EVP/65536",
+             "BM_HmacSha256_uDigestHmacSha256it/65536"},
+        });
+}
 
 void ignoreLine(void *, int, const char *, const char *) {}
 
@@ -340,10 +333,5 @@ int main(int argc, char **argv) {
     // A 1 MiB input ends on a whole piece, whose repeated last block logs "The data is
     // invalid." on every decryption; writing that to the terminal is not what is measured.
     platformSimSetLogSink(ignoreLine, nullptr, 1);
-    benchmark::Initialize(&argc, argv);
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printSummary();
-    benchmark::Shutdown();
-    return 0;
+    return pu::bench::runBenchmarks(argc, argv, printSummary);
 }

@@ -8,7 +8,7 @@
 // and compares with ASCII case folding; std::unordered_map folds the key into its std::string.
 #include <platform_utils.h>
 
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 #include <benchmark/benchmark.h>
 #include <glib.h>
@@ -290,26 +290,23 @@ BENCHMARK(BM_GetSystemStatus)->Arg(10)->Arg(500)->Arg(1000);
 
 // ---- Ratios ---------------------------------------------------------------------------------
 
-// Prints as usual and remembers each run's time for the ratio table.
-class RatioReporter : public pu::bench::TimesReporter {
-  public:
-    void printRatios() const {
-        std::printf("\n%-22s %12s %12s\n", "map/operation", "ours/ghash", "ours/std");
-        for (const auto &[name, ours] : times()) {
-            const auto slash = name.rfind("/ours");
-            if (slash == std::string::npos) {
-                continue;
-            }
-            const std::string stem = name.substr(0, slash);
-            auto ghash = times().find(stem + "/ghash");
-            auto plain = times().find(stem + "/std");
-            if (ghash != times().end() && plain != times().end()) {
-                std::printf("%-22s %12.2f %12.2f\n", stem.c_str(), ours / ghash->second,
-                            ours / plain->second);
-            }
+// The ratio table, printed after the runs.
+void printRatios(const pu::bench::TimesReporter &times) {
+    std::printf("\n%-22s %12s %12s\n", "map/operation", "ours/ghash", "ours/std");
+    for (const auto &[name, ours] : times.times()) {
+        const auto slash = name.rfind("/ours");
+        if (slash == std::string::npos) {
+            continue;
+        }
+        const std::string stem = name.substr(0, slash);
+        auto ghash = times.times().find(stem + "/ghash");
+        auto plain = times.times().find(stem + "/std");
+        if (ghash != times.times().end() && plain != times.times().end()) {
+            std::printf("%-22s %12.2f %12.2f\n", stem.c_str(), ours / ghash->second,
+                        ours / plain->second);
         }
     }
-};
+}
 
 } // namespace
 
@@ -317,13 +314,5 @@ int main(int argc, char **argv) {
     registerFamily<OurStrMap, GlibStrMap, StdStrMap>("str", stringKeys, false);
     registerFamily<OurStrMap, GlibStrMap, StdStrMap>("str-nocase", stringKeys, true);
     registerFamily<OurIntMap, GlibIntMap, StdIntMap>("int", intKeys, false);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatios();
-    benchmark::Shutdown();
-    return 0;
+    return pu::bench::runBenchmarks(argc, argv, printRatios);
 }

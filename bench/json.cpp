@@ -1,7 +1,7 @@
 // The JSON family against cJSON itself: the one-line and unescaped printers against cJSON's
 // unformatted and formatted printers on the same 64 KiB tree, and a two-key uParaGetInt against
 // parsing and looking up by hand.
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 #include <platform_utils.h>
 
@@ -82,29 +82,22 @@ void BM_Get_cJSON_ParseAndLookUp(benchmark::State &state) {
 BENCHMARK(BM_Get_uParaGetInt);
 BENCHMARK(BM_Get_cJSON_ParseAndLookUp);
 
-class SummaryReporter : public pu::bench::TimesReporter {
-  public:
-    // Speed ratios (theirs over ours): 1.0 is parity, above 1 we are faster.
-    void printSummary() const {
-        std::printf("\nspeed relative to cJSON (cJSON time / our time):\n");
-        std::printf("  cJSON_Print_Oneline vs cJSON_PrintUnformatted: %5.2f\n",
-                    ratio("BM_Print_cJSON_PrintUnformatted", "BM_Print_Oneline"));
-        std::printf("  cJSON_PrintUnescape vs cJSON_Print:            %5.2f\n",
-                    ratio("BM_Print_cJSON_Print", "BM_Print_Unescape"));
-        std::printf("  uParaGetInt (2 keys) vs parse + 2 lookups:     %5.2f\n",
-                    ratio("BM_Get_cJSON_ParseAndLookUp", "BM_Get_uParaGetInt"));
-    }
-};
+// Speed ratios (theirs over ours): 1.0 is parity, above 1 we are faster.
+void printSummary(const pu::bench::TimesReporter &times) {
+    pu::bench::printRatios(
+        times, "speed relative to cJSON (cJSON time / our time):",
+        {{"cJSON_Print_Oneline vs cJSON_PrintUnformatted:", "BM_Print_cJSON_PrintUnformatted",
+          "BM_Print_Oneline"},
+         {"cJSON_PrintUnescape vs cJSON_Print:", "BM_Print_cJSON_Print", "BM_Print_Unescape"},
+         {"uParaGetInt (2 keys) vs parse + 2 lookups:", "BM_Get_cJSON_ParseAndLookUp",
+          "BM_Get_uParaGetInt"}});
+}
 
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
     std::printf("sample: %zu bytes of JSON\n", text().size());
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printSummary();
-    benchmark::Shutdown();
+    const int status = pu::bench::runBenchmarks(argc, argv, printSummary);
     cJSON_Delete(tree());
-    return 0;
+    return status;
 }

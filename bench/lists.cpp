@@ -6,7 +6,7 @@
 // largest over smallest, which should stay within 2.
 #include <platform_utils.h>
 
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -147,10 +147,5 @@ void printTable(const pu::bench::TimesReporter &reporter) {
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    pu::bench::TimesReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    printTable(reporter);
-    benchmark::Shutdown();
-    return 0;
+    return pu::bench::runBenchmarks(argc, argv, printTable);
 }

@@ -14,7 +14,7 @@
 #include <benchmark/benchmark.h>
 #include <uv.h>
 
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -395,34 +395,26 @@ BENCHMARK(BM_Raise_direct)->Arg(1)->Arg(8);
 
 // ---- Summary ------------------------------------------------------------------------------
 
-// Prints as usual, then the growth and the ratios.
-class SummaryReporter : public pu::bench::TimesReporter {
-  public:
-    void printSummary() const {
-        std::printf("\nadd+del growth from 300 to 3,000 live timers (time ratio):\n");
-        for (const char *who : {"ours", "libuv", "multimap"}) {
-            const std::string stem = std::string("BM_AddDel_") + who;
-            std::printf("  %-9s %6.2f\n", who, ratio(stem + "/3000", stem + "/300"));
-        }
-        std::printf("add+del, ours against libuv:    300: %6.2f   3000: %6.2f\n",
-                    ratio("BM_AddDel_ours/300", "BM_AddDel_libuv/300"),
-                    ratio("BM_AddDel_ours/3000", "BM_AddDel_libuv/3000"));
-        std::printf("pass expiring 100, ours against libuv: %6.2f (without callbacks: %6.2f)\n",
-                    ratio("BM_Pass100_ours/1", "BM_Pass100_libuv"),
-                    ratio("BM_Pass100_ours/0", "BM_Pass100_libuv"));
-        std::printf("raise against direct calls:      1 carer: %6.2f   8 carers: %6.2f\n",
-                    ratio("BM_Raise_ours/1", "BM_Raise_direct/1"),
-                    ratio("BM_Raise_ours/8", "BM_Raise_direct/8"));
+// The growth and the ratios, printed after the runs.
+void printSummary(const pu::bench::TimesReporter &times) {
+    std::printf("\nadd+del growth from 300 to 3,000 live timers (time ratio):\n");
+    for (const char *who : {"ours", "libuv", "multimap"}) {
+        const std::string stem = std::string("BM_AddDel_") + who;
+        std::printf("  %-9s %6.2f\n", who, times.ratio(stem + "/3000", stem + "/300"));
     }
-};
+    std::printf("add+del, ours against libuv:    300: %6.2f   3000: %6.2f\n",
+                times.ratio("BM_AddDel_ours/300", "BM_AddDel_libuv/300"),
+                times.ratio("BM_AddDel_ours/3000", "BM_AddDel_libuv/3000"));
+    std::printf("pass expiring 100, ours against libuv: %6.2f (without callbacks: %6.2f)\n",
+                times.ratio("BM_Pass100_ours/1", "BM_Pass100_libuv"),
+                times.ratio("BM_Pass100_ours/0", "BM_Pass100_libuv"));
+    std::printf("raise against direct calls:      1 carer: %6.2f   8 carers: %6.2f\n",
+                times.ratio("BM_Raise_ours/1", "BM_Raise_direct/1"),
+                times.ratio("BM_Raise_ours/8", "BM_Raise_direct/8"));
+}
 
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printSummary();
-    benchmark::Shutdown();
-    return 0;
+    return pu::bench::runBenchmarks(argc, argv, printSummary);
 }

@@ -7,7 +7,7 @@
 #include <platform_utils.h>
 
 #include "url/url_patterns.hpp"
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
@@ -87,8 +87,7 @@ template <typename Matches> int plainCheck(Matches matches) {
 }
 
 const char *patternSource(std::size_t i) {
-    return i < pu::url::kUrlPatterns.size() ? pu::url::kUrlPatterns[i]
-                                             : pu::url::kAllDigitsPattern;
+    return i < pu::url::kUrlPatterns.size() ? pu::url::kUrlPatterns[i] : pu::url::kAllDigitsPattern;
 }
 
 // The check as it would run without the cache: every pattern compiled, tried and freed per call.
@@ -191,27 +190,23 @@ void BM_Parse_uriparser(benchmark::State &state) {
 }
 BENCHMARK(BM_Parse_uriparser);
 
-class SummaryReporter : public pu::bench::TimesReporter {
-  public:
-    // Our time over the reference's: below 1 we are faster.
-    void printSummary() const {
-        std::printf("\ntime relative to the references (ours / theirs, per corpus pass):\n");
-        for (const char *ours :
-             {"BM_Check_uParaUrlCheck", "BM_Parse_uStrUrlParse", "BM_Parse_uParaUrlParse"}) {
-            std::printf("  %-24s vs curl_url_set: %6.2f   vs uriparser: %6.2f\n", ours + 3,
-                        ratio(ours, "BM_Parse_curl"), ratio(ours, "BM_Parse_uriparser"));
-        }
-        std::printf("  patterns compiled once instead of per call: %.0f times faster\n",
-                    ratio("BM_Check_CompilingPerCall", "BM_Check_CachedPatternsOnly"));
-        std::printf("  uParaUrlCheck's shortcuts on top of the cache: %.1f times faster\n",
-                    ratio("BM_Check_CachedPatternsOnly", "BM_Check_uParaUrlCheck"));
+// Our time over the reference's: below 1 we are faster.
+void printSummary(const pu::bench::TimesReporter &times) {
+    std::printf("\ntime relative to the references (ours / theirs, per corpus pass):\n");
+    for (const char *ours :
+         {"BM_Check_uParaUrlCheck", "BM_Parse_uStrUrlParse", "BM_Parse_uParaUrlParse"}) {
+        std::printf("  %-24s vs curl_url_set: %6.2f   vs uriparser: %6.2f\n", ours + 3,
+                    times.ratio(ours, "BM_Parse_curl"), times.ratio(ours, "BM_Parse_uriparser"));
     }
-};
+    std::printf("  patterns compiled once instead of per call: %.0f times faster\n",
+                times.ratio("BM_Check_CompilingPerCall", "BM_Check_CachedPatternsOnly"));
+    std::printf("  uParaUrlCheck's shortcuts on top of the cache: %.1f times faster\n",
+                times.ratio("BM_Check_CachedPatternsOnly", "BM_Check_uParaUrlCheck"));
+}
 
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
     int accepted = 0;
     for (const char *url : corpus()) {
         accepted += uParaUrlCheck(url);
@@ -222,9 +217,5 @@ int main(int argc, char **argv) {
         }
     }
     std::printf("corpus: %zu URLs, %d accepted by uParaUrlCheck\n", corpus().size(), accepted);
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printSummary();
-    benchmark::Shutdown();
-    return 0;
+    return pu::bench::runBenchmarks(argc, argv, printSummary);
 }

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string>
 
-#include "times_reporter.hpp"
+#include "support/times_reporter.hpp"
 
 namespace {
 
@@ -100,30 +100,22 @@ BENCHMARK(BM_Xml_Expat_References)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Xml_Ours_References)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Xml_Ours_BareAmp)->Unit(benchmark::kMillisecond);
 
-class SummaryReporter : public pu::bench::TimesReporter {
-  public:
-    // Speed relative to expat alone (expat time / our time): 1.0 is parity.
-    void printSummary() const {
-        std::printf("\nspeed relative to expat alone (expat time / our time):\n");
-        std::printf("  without any \"&\":          %5.2f (goal 0.95)\n",
-                    ratio("BM_Xml_Expat_NoAmp", "BM_Xml_Ours_NoAmp"));
-        std::printf("  with references (\"&amp;\"): %5.2f (goal 0.80)\n",
-                    ratio("BM_Xml_Expat_References", "BM_Xml_Ours_References"));
-        std::printf("  bare \"&\" (ours) vs references (expat): %5.2f\n",
-                    ratio("BM_Xml_Expat_References", "BM_Xml_Ours_BareAmp"));
-    }
-};
+// Speed relative to expat alone (expat time / our time): 1.0 is parity.
+void printSummary(const pu::bench::TimesReporter &times) {
+    pu::bench::printRatios(
+        times, "speed relative to expat alone (expat time / our time):",
+        {{"without any \"&\":", "BM_Xml_Expat_NoAmp", "BM_Xml_Ours_NoAmp", " (goal 0.95)"},
+         {"with references (\"&amp;\"):", "BM_Xml_Expat_References", "BM_Xml_Ours_References",
+          " (goal 0.80)"},
+         {"bare \"&\" (ours) vs references (expat):", "BM_Xml_Expat_References",
+          "BM_Xml_Ours_BareAmp"}});
+}
 
 } // namespace
 
 int main(int argc, char **argv) {
-    benchmark::Initialize(&argc, argv);
     std::printf("documents: %zu bytes without \"&\", %zu with references, %zu with bare \"&\"\n",
                 document(Amps::kNone).size(), document(Amps::kReferences).size(),
                 document(Amps::kBare).size());
-    SummaryReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printSummary();
-    benchmark::Shutdown();
-    return 0;
+    return pu::bench::runBenchmarks(argc, argv, printSummary);
 }

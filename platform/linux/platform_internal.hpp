@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <mutex>
 
 // State shared by threads lives in heap objects that are never destroyed
@@ -61,5 +62,22 @@ long readEnvInteger(const char *name, long fallback, long minimum, long maximum)
 // context; on failure (false) the caller still does.
 bool startDetachedThread(const char *name, std::size_t stackSize, void (*body)(void *),
                          void *context) noexcept;
+
+// Starts a detached thread running Body with the start-up data. The data stays with the caller's
+// pointer until the thread exists and is released from it only then, so a failed start leaves it
+// to be freed with the pointer and a started thread frees it when Body returns.
+template <typename Start, void (*Body)(Start &)>
+bool startThreadWith(const char *name, std::size_t stackSize,
+                     std::unique_ptr<Start> &start) noexcept {
+    auto run = [](void *raw) {
+        const std::unique_ptr<Start> owned(static_cast<Start *>(raw));
+        Body(*owned);
+    };
+    if (start == nullptr || !startDetachedThread(name, stackSize, run, start.get())) {
+        return false;
+    }
+    (void)start.release(); // the new thread owns it now
+    return true;
+}
 
 } // namespace pu::platform

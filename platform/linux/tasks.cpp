@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <sched.h>
 
@@ -34,9 +35,7 @@ struct TaskStart {
     intptr_t arguments[kTaskArguments];
 };
 
-void runTask(void *raw) {
-    TaskStart start = *static_cast<TaskStart *>(raw);
-    delete static_cast<TaskStart *>(raw);
+void runTask(TaskStart &start) {
     const intptr_t *a = start.arguments;
     start.entry(a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9]);
     tasks().release(start.slot);
@@ -59,7 +58,7 @@ TASK_ID spawnTask(const char *name, int priority, int options, int stackSize,
     record.priority = priority;
     record.options = options;
 
-    auto *start = new (std::nothrow) TaskStart{reservation.slot, entry, {}};
+    std::unique_ptr<TaskStart> start(new (std::nothrow) TaskStart{reservation.slot, entry, {}});
     if (start == nullptr) {
         tasks().release(reservation.slot);
         return 0;
@@ -68,8 +67,7 @@ TASK_ID spawnTask(const char *name, int priority, int options, int stackSize,
     // Published before the thread starts: a short task releases its slot on exit.
     TaskTable::publish(reservation);
     std::size_t stack = stackSize > 0 ? static_cast<std::size_t>(stackSize) : 0;
-    if (!startDetachedThread(name, stack, runTask, start)) {
-        delete start;
+    if (!startThreadWith<TaskStart, runTask>(name, stack, start)) {
         tasks().release(reservation.slot);
         return 0;
     }

@@ -87,9 +87,7 @@ bool takeCall(Pool &pool, Worker &worker, PoolCall &call) {
     return true;
 }
 
-void runWorker(void *raw) {
-    WorkerStart start = *static_cast<WorkerStart *>(raw);
-    delete static_cast<WorkerStart *>(raw);
+void runWorker(WorkerStart &start) {
     Pool &pool = *start.pool;
     std::unique_lock lock(pool.guard);
     Worker &worker = *pool.workers[start.index];
@@ -124,11 +122,10 @@ void wakeIdleWorker(Pool &pool) {
 // Returns the number of workers started.
 std::size_t startWorkers(Pool &pool, std::uint32_t poolIndex) {
     for (std::size_t i = 0; i < pool.workers.size(); ++i) {
-        auto *start = new (std::nothrow) WorkerStart{&pool, i};
+        std::unique_ptr<WorkerStart> start(new (std::nothrow) WorkerStart{&pool, i});
         char name[48]; // the thread keeps the first 15 characters
         std::snprintf(name, sizeof name, "tPool%u.%zu", poolIndex, i);
-        if (start == nullptr || !startDetachedThread(name, 0, runWorker, start)) {
-            delete start;
+        if (!startThreadWith<WorkerStart, runWorker>(name, 0, start)) {
             return i;
         }
     }

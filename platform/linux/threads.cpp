@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits.h>
+#include <memory>
 #include <new>
 #include <unistd.h>
 
@@ -45,12 +46,11 @@ std::size_t effectiveStackSize(std::size_t requested) noexcept {
 }
 
 void *runLaunchedThread(void *raw) {
-    ThreadLaunch launch = *static_cast<ThreadLaunch *>(raw);
-    delete static_cast<ThreadLaunch *>(raw);
-    if (launch.name[0] != '\0') {
-        (void)pthread_setname_np(pthread_self(), launch.name);
+    const std::unique_ptr<ThreadLaunch> launch(static_cast<ThreadLaunch *>(raw));
+    if (launch->name[0] != '\0') {
+        (void)pthread_setname_np(pthread_self(), launch->name);
     }
-    launch.body(launch.context);
+    launch->body(launch->context);
     return nullptr;
 }
 
@@ -58,7 +58,7 @@ void *runLaunchedThread(void *raw) {
 
 bool startDetachedThread(const char *name, std::size_t stackSize, void (*body)(void *),
                          void *context) noexcept {
-    auto *launch = new (std::nothrow) ThreadLaunch{};
+    std::unique_ptr<ThreadLaunch> launch(new (std::nothrow) ThreadLaunch{});
     if (launch == nullptr) {
         return false;
     }
@@ -70,16 +70,16 @@ bool startDetachedThread(const char *name, std::size_t stackSize, void (*body)(v
 
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {
-        delete launch;
         return false;
     }
     bool ready = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) == 0 &&
                  pthread_attr_setstacksize(&attributes, effectiveStackSize(stackSize)) == 0;
     pthread_t thread;
-    bool started = ready && pthread_create(&thread, &attributes, runLaunchedThread, launch) == 0;
+    bool started =
+        ready && pthread_create(&thread, &attributes, runLaunchedThread, launch.get()) == 0;
     pthread_attr_destroy(&attributes);
-    if (!started) {
-        delete launch;
+    if (started) {
+        (void)launch.release(); // the new thread owns it now
     }
     return started;
 }

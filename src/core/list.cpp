@@ -112,8 +112,7 @@ int32_t uListUninit(uList *list) {
         return 0;
     }
     if (loadSize(list) > 0) {
-        basaltPrintLog(pu::log::kError, pu::log::kList, "%s: Uninit list that has nodes not free!",
-                       "uListUninit");
+        pu::log::error(pu::log::kList, "%s: Uninit list that has nodes not free!", "uListUninit");
         return -1;
     }
     if (list->lock != 0) {
@@ -249,8 +248,7 @@ int32_t uListSpecialClear(uList *list, uListFreeFn freeFn) {
     }
     uList *detached = uListInit(0);
     if (detached == nullptr) {
-        basaltPrintLog(pu::log::kError, pu::log::kList, "%s: init list error!",
-                       "uListSpecialClear");
+        pu::log::error(pu::log::kList, "%s: init list error!", "uListSpecialClear");
         return 0;
     }
     {

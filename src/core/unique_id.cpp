@@ -1,5 +1,6 @@
 // Unique id manager: named modules, each with a contiguous range of ids handed out next-fit.
-// Process-wide; the registry and the family lock are created by the first registration.
+// Process-wide; the family lock is created by the first call and the registry by the first
+// registration.
 #include <platform_os.h>
 #include <ulist.h>
 #include <umem.h>
@@ -7,7 +8,9 @@
 #include <uuniqueid.h>
 
 #include "core/checked_size.hpp"
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
+#include "core/sem_lock.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -25,8 +28,8 @@ struct Module {
 };
 static_assert(sizeof(void *) != 4 || sizeof(Module) == 20, "32-bit record layout");
 
-// Created lazily by the first registration and read by every call, so both are atomics; the
-// lock is published before the registry.
+// Created lazily and read by every call, so both are atomics; the lock is published before the
+// registry.
 std::atomic<SEM_ID> gLock{0};
 std::atomic<uList *> gRegistry{nullptr};
 
@@ -34,52 +37,24 @@ const char *printable(const char *name) {
     return name == nullptr ? "(null)" : name;
 }
 
-// Makes the family lock and the registry if they do not exist yet. Racing first registrations
-// keep one of each. False when the registry cannot be made.
-bool ensureManager() {
-    if (gLock.load(std::memory_order_acquire) == 0) {
-        SEM_ID fresh = semMCreate(0);
-        SEM_ID none = 0;
-        if (!gLock.compare_exchange_strong(none, fresh, std::memory_order_acq_rel)) {
-            semDelete(fresh);
-        }
-    }
-    if (gRegistry.load(std::memory_order_acquire) == nullptr) {
-        uList *fresh = uListInit(1);
-        if (fresh == nullptr) {
-            return false;
-        }
-        uList *none = nullptr;
-        if (!gRegistry.compare_exchange_strong(none, fresh, std::memory_order_acq_rel)) {
-            uListUninit(fresh);
-        }
-    }
-    return true;
+// The family lock, made by the first call of any kind. It exists before the registry, so every
+// call that can see the registry holds the lock while it does.
+SEM_ID managerLock() {
+    return pu::core::createMutexOnce(gLock);
 }
 
-// Holds the family lock as it stands. Before the first registration there is none: the take of
-// id 0 fails harmlessly and registry() is null.
-class ManagerLock {
-  public:
-    ManagerLock() : id_(gLock.load(std::memory_order_acquire)) {
-        semTake(id_, WAIT_FOREVER);
-        registry_ = gRegistry.load(std::memory_order_acquire);
-        if (registry_ != nullptr && id_ == 0) {
-            // A first registration completed meanwhile; its lock was published first.
-            id_ = gLock.load(std::memory_order_acquire);
-            semTake(id_, WAIT_FOREVER);
-        }
-    }
-    ~ManagerLock() { semGive(id_); }
-    ManagerLock(const ManagerLock &) = delete;
-    ManagerLock &operator=(const ManagerLock &) = delete;
+// Makes the registry if it does not exist yet. Racing first registrations keep one. False when
+// the registry cannot be made.
+bool ensureRegistry() {
+    (void)managerLock();
+    return pu::core::createOnce(
+               gRegistry, [] { return uListInit(1); }, [](uList *list) { uListUninit(list); }) !=
+           nullptr;
+}
 
-    uList *registry() const { return registry_; }
-
-  private:
-    SEM_ID id_;
-    uList *registry_ = nullptr;
-};
+uList *registry() {
+    return gRegistry.load(std::memory_order_acquire);
+}
 
 int compareName(void *element, void *key) {
     const char *name = static_cast<Module *>(element)->name;
@@ -165,8 +140,7 @@ bool inRange(const Module *module, std::int32_t id) {
 }
 
 void logAllocationFailure() {
-    basaltPrintLog(pu::log::kError, pu::log::kUidManager, "%s: malloc error",
-                   "uIdRegisterUniqueIdModule");
+    pu::log::error(pu::log::kUidManager, "%s: malloc error", "uIdRegisterUniqueIdModule");
 }
 
 } // namespace
@@ -178,13 +152,13 @@ void uIdRegisterUniqueIdModule(const char *name, int32_t firstId, int32_t count)
         firstId > std::numeric_limits<std::int32_t>::max() - count) {
         return;
     }
-    if (!ensureManager()) {
+    if (!ensureRegistry()) {
         logAllocationFailure();
         return;
     }
     {
-        ManagerLock lock;
-        Module *module = findModule(lock.registry(), name);
+        const pu::core::SemGuard guard(managerLock());
+        Module *module = findModule(registry(), name);
         const bool known = module != nullptr;
         if (!known) {
             module = newModule(name, firstId, count);
@@ -197,42 +171,42 @@ void uIdRegisterUniqueIdModule(const char *name, int32_t firstId, int32_t count)
         module->end = firstId + count;
         // A known module stays listed once: a second entry would outlive the record when the
         // module is unregistered, and every later lookup would walk through freed memory.
-        if (!known && uListAppend(lock.registry(), module) < 0) {
+        if (!known && uListAppend(registry(), module) < 0) {
             freeModule(module);
             logAllocationFailure();
             return;
         }
     }
-    basaltPrintLog(pu::log::kDebug, pu::log::kUidManager,
+    pu::log::debug(pu::log::kUidManager,
                    "%s: module=[%s] with max id=[%d] register to uniqueIdModule!\n",
                    "uIdRegisterUniqueIdModule", name, count);
 }
 
 void uIdUnregisterUniqueIdModule(const char *name) {
-    ManagerLock lock;
-    if (name == nullptr || lock.registry() == nullptr) {
+    const pu::core::SemGuard guard(managerLock());
+    uList *modules = registry();
+    if (name == nullptr || modules == nullptr) {
         return;
     }
-    const std::int32_t pos = uListSearch(lock.registry(), const_cast<char *>(name), compareName);
+    const std::int32_t pos = uListSearch(modules, const_cast<char *>(name), compareName);
     if (pos >= 0) {
-        freeModule(static_cast<Module *>(uListRemove(lock.registry(), pos)));
+        freeModule(static_cast<Module *>(uListRemove(modules, pos)));
     }
 }
 
 int32_t uIdGetModuleAvailableUniqueId(const char *name) {
-    ManagerLock lock;
-    Module *module = findModule(lock.registry(), name);
+    const pu::core::SemGuard guard(managerLock());
+    Module *module = findModule(registry(), name);
     if (module == nullptr) {
-        basaltPrintLog(pu::log::kWarning, pu::log::kUidManager,
-                       "%s: module=[%s] does not registered in uniqueModule.\n",
-                       "uIdGetModuleAvailableUniqueId", printable(name));
+        pu::log::warning(pu::log::kUidManager,
+                         "%s: module=[%s] does not registered in uniqueModule.\n",
+                         "uIdGetModuleAvailableUniqueId", printable(name));
         return -1;
     }
     const std::int32_t id = nextFreeId(module);
     if (id < 0 || !inRange(module, id)) {
-        basaltPrintLog(pu::log::kWarning, pu::log::kUidManager,
-                       "%s: Module[%s] does not have any available id!\n",
-                       "uIdGetManagerAvailableId", printable(module->name));
+        pu::log::warning(pu::log::kUidManager, "%s: Module[%s] does not have any available id!\n",
+                         "uIdGetManagerAvailableId", printable(module->name));
         return -1;
     }
     module->used[id - module->start] = 1;
@@ -240,8 +214,8 @@ int32_t uIdGetModuleAvailableUniqueId(const char *name) {
 }
 
 void uIdReleaseModuleUniqueId(const char *name, int32_t id) {
-    ManagerLock lock;
-    Module *module = findModule(lock.registry(), name);
+    const pu::core::SemGuard guard(managerLock());
+    Module *module = findModule(registry(), name);
     if (module != nullptr && inRange(module, id)) {
         module->used[id - module->start] = 0;
     }

@@ -36,15 +36,11 @@ WorkBuffer allocate(uint64_t size) {
     return WorkBuffer(static_cast<uint8_t *>(uMalloc(static_cast<uint32_t>(size))));
 }
 
-void logError(const char *format, const char *function) {
-    basaltPrintLog(pu::log::kError, pu::log::kAes, format, function);
-}
-
 // The work buffer of the 64 KiB pair; a failure is logged for function.
 WorkBuffer allocateWork(const char *function) {
     WorkBuffer work = allocate(kWorkSize);
     if (!work) {
-        logError("%s malloc error.", function);
+        pu::log::error(pu::log::kAes, "%s malloc error.", function);
     }
     return work;
 }
@@ -95,7 +91,7 @@ extern "C" {
 int32_t uAesEncrypt(const char *key, const uint8_t *input, int32_t length, uint8_t *output) {
     constexpr const char *kName = "uAesEncrypt";
     if (input == nullptr || output == nullptr) {
-        logError("%s Parameter is null.", kName);
+        pu::log::error(pu::log::kAes, "%s Parameter is null.", kName);
         return 0;
     }
     WorkBuffer work = allocateWork(kName);
@@ -109,7 +105,7 @@ int32_t uAesEncrypt(const char *key, const uint8_t *input, int32_t length, uint8
 
     keyInstance keyInst{};
     if (makeKey(&keyInst, U_AES_DIR_ENCRYPT, kWrapKeyBits, key) < 1) {
-        logError("%s make key error.", kName);
+        pu::log::error(pu::log::kAes, "%s make key error.", kName);
         return 0;
     }
     cipher.mode = U_AES_MODE_CBC;
@@ -137,22 +133,22 @@ int32_t uAesEncrypt(const char *key, const uint8_t *input, int32_t length, uint8
 int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8_t *output) {
     constexpr const char *kName = "uAesDecrypt";
     if (input == nullptr || output == nullptr) {
-        logError("%s Parameter is null.", kName);
+        pu::log::error(pu::log::kAes, "%s Parameter is null.", kName);
         return 0;
     }
     if (length <= kBlock) {
-        logError("%s The data is invalid.", kName);
+        pu::log::error(pu::log::kAes, "%s The data is invalid.", kName);
         return 0;
     }
     cipherInstance cipher{};
     std::memcpy(cipher.IV, input + length - kBlock, kBlock);
     if (length < 2 * kBlock || length % kBlock != 0) {
-        logError("%s The data is invalid.", kName);
+        pu::log::error(pu::log::kAes, "%s The data is invalid.", kName);
         return 0;
     }
     keyInstance keyInst{};
     if (makeKey(&keyInst, U_AES_DIR_DECRYPT, kWrapKeyBits, key) < 1) {
-        logError("%s key error", kName);
+        pu::log::error(pu::log::kAes, "%s key error", kName);
         return 0;
     }
     WorkBuffer work = allocateWork(kName);
@@ -194,7 +190,7 @@ int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8
         input += kPiece;
         plain = padDecrypt(&cipher, &keyInst, buffer, remaining - kBlock, buffer);
         if (plain < 1) {
-            basaltPrintLog(pu::log::kError, pu::log::kAes, "The data is invalid.");
+            pu::log::error(pu::log::kAes, "The data is invalid.");
             return count;
         }
         std::memcpy(output + count, buffer, static_cast<std::size_t>(plain));
@@ -202,7 +198,7 @@ int32_t uAesDecrypt(const char *key, const uint8_t *input, int32_t length, uint8
         remaining = after;
     }
     if (plain < 1) {
-        basaltPrintLog(pu::log::kError, pu::log::kAes, "The data is invalid.");
+        pu::log::error(pu::log::kAes, "The data is invalid.");
         return count;
     }
     std::memcpy(output + count, buffer, static_cast<std::size_t>(plain));

@@ -5,12 +5,12 @@
 #include <umem.h>
 
 #include "core/checked_size.hpp"
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 #include "hash/string_hash.hpp"
 
 #include <atomic>
-#include <cstdlib>
 
 namespace {
 
@@ -20,25 +20,25 @@ constexpr std::uint32_t kSlotCount = 256;
 constexpr std::int32_t kAbsent = -2;    // the probe met a free slot
 constexpr std::int32_t kTableFull = -1; // the probe went all the way round
 
-struct uEventCarer {
-    uEventCarer *next;
+struct Carer {
+    Carer *next;
     void *userData;
     uEventCallback callback;
 };
 
-struct uEventSlot {
+struct Slot {
     std::uint32_t occupied;
     std::uint64_t key1; // bkdrHash(name)
     std::uint64_t key2; // rsHash(name, 256), also the slot where the probe starts
-    uEventCarer *carers;
+    Carer *carers;
 };
 
-// The whole bus is one malloc'd record published through an atomic pointer, so lazy
+// The whole bus is one uMalloc'd record published through an atomic pointer, so lazy
 // initialisation needs no lock: of two racing first calls one installs its record and the other
 // discards its own.
 struct Bus {
     SEM_ID lock;
-    uEventSlot slots[kSlotCount];
+    Slot slots[kSlotCount];
 };
 
 std::atomic<Bus *> theBus{nullptr};
@@ -50,29 +50,34 @@ NameKeys keysOf(const char *name) {
 }
 
 Bus *createBus() {
-    auto *bus = static_cast<Bus *>(std::malloc(sizeof(Bus)));
+    auto *bus = static_cast<Bus *>(uMalloc(sizeof(Bus)));
     if (bus == nullptr) {
         return nullptr;
     }
     bus->lock = semMCreate(0);
-    for (uEventSlot &slot : bus->slots) {
-        slot = uEventSlot{0, 0, 0, nullptr};
+    for (Slot &slot : bus->slots) {
+        slot = Slot{0, 0, 0, nullptr};
     }
     return bus;
 }
 
-void freeCarers(uEventCarer *carer) {
+void freeCarers(Carer *carer) {
     while (carer != nullptr) {
-        uEventCarer *next = carer->next;
+        Carer *next = carer->next;
         uFree(carer);
         carer = next;
     }
 }
 
-void destroyBus(Bus *bus) {
-    for (uEventSlot &slot : bus->slots) {
+void clearSlots(Bus &bus) {
+    for (Slot &slot : bus.slots) {
         freeCarers(slot.carers);
+        slot = Slot{0, 0, 0, nullptr};
     }
+}
+
+void destroyBus(Bus *bus) {
+    clearSlots(*bus);
     semDelete(bus->lock);
     uFree(bus);
 }
@@ -81,21 +86,10 @@ void destroyBus(Bus *bus) {
 // memory is short. logIfPresent is for the explicit uEventInit only.
 Bus *initialise(bool logIfPresent) {
     Bus *current = theBus.load(std::memory_order_acquire);
-    if (current != nullptr) {
-        if (logIfPresent) {
-            basaltPrintLog(pu::log::kInfo, pu::log::kEvent, "Event is alreday init.");
-        }
-        return current;
+    if (current != nullptr && logIfPresent) {
+        pu::log::info(pu::log::kEvent, "Event is alreday init.");
     }
-    Bus *fresh = createBus();
-    if (fresh == nullptr) {
-        return nullptr;
-    }
-    if (!theBus.compare_exchange_strong(current, fresh, std::memory_order_acq_rel)) {
-        destroyBus(fresh);
-        return current;
-    }
-    return fresh;
+    return pu::core::createOnce(theBus, createBus, destroyBus);
 }
 
 // The bus for a call about name, initialised on demand; null for a null name or when the bus
@@ -109,37 +103,28 @@ Bus *busFor(const char *name) {
 }
 
 // Caller holds the bus lock. The slot index of the event, kAbsent or kTableFull.
-std::int32_t uEventSlotFind(const Bus &bus, const NameKeys &keys) {
-    std::uint32_t i = keys.start;
-    do {
-        const uEventSlot &slot = bus.slots[i];
-        if (slot.occupied == 0) {
-            return kAbsent;
-        }
-        if (slot.key1 == keys.key1 && slot.key2 == keys.key2) {
-            return static_cast<std::int32_t>(i);
-        }
-        i = (i + 1) % kSlotCount;
-    } while (i != keys.start);
-    return kTableFull;
+std::int32_t findSlot(const Bus &bus, const NameKeys &keys) {
+    const std::int32_t index = pu::hash::probe(keys, kSlotCount, [&](std::uint32_t i) {
+        const Slot &slot = bus.slots[i];
+        return slot.occupied == 0 || (slot.key1 == keys.key1 && slot.key2 == keys.key2);
+    });
+    if (index < 0) {
+        return kTableFull;
+    }
+    return bus.slots[index].occupied == 0 ? kAbsent : index;
 }
 
 // Caller holds the bus lock. The first free slot from the probe start, or kTableFull.
 std::int32_t findFreeSlot(const Bus &bus, const NameKeys &keys) {
-    std::uint32_t i = keys.start;
-    do {
-        if (bus.slots[i].occupied == 0) {
-            return static_cast<std::int32_t>(i);
-        }
-        i = (i + 1) % kSlotCount;
-    } while (i != keys.start);
-    return kTableFull;
+    const std::int32_t index = pu::hash::probe(
+        keys, kSlotCount, [&](std::uint32_t i) { return bus.slots[i].occupied == 0; });
+    return index < 0 ? kTableFull : index;
 }
 
-uEventCarer *newCarer(uEventCallback callback, void *userData) {
-    auto *carer = static_cast<uEventCarer *>(std::malloc(sizeof(uEventCarer)));
+Carer *newCarer(uEventCallback callback, void *userData) {
+    auto *carer = static_cast<Carer *>(uMalloc(sizeof(Carer)));
     if (carer != nullptr) {
-        *carer = uEventCarer{nullptr, userData, callback};
+        *carer = Carer{nullptr, userData, callback};
     }
     return carer;
 }
@@ -148,8 +133,8 @@ enum class CareOutcome { added, duplicate, noFreeSlot, tableFull, noMemory };
 
 // Caller holds the bus lock; the slot holds the event already. A callback is registered once:
 // userData is not compared and a duplicate keeps the first userData.
-CareOutcome addCarer(uEventSlot &slot, uEventCallback callback, void *userData) {
-    uEventCarer **link = &slot.carers;
+CareOutcome addCarer(Slot &slot, uEventCallback callback, void *userData) {
+    Carer **link = &slot.carers;
     for (; *link != nullptr; link = &(*link)->next) {
         if ((*link)->callback == callback) {
             return CareOutcome::duplicate;
@@ -161,7 +146,7 @@ CareOutcome addCarer(uEventSlot &slot, uEventCallback callback, void *userData) 
 
 // Caller holds the bus lock.
 CareOutcome care(Bus &bus, const NameKeys &keys, uEventCallback callback, void *userData) {
-    std::int32_t index = uEventSlotFind(bus, keys);
+    std::int32_t index = findSlot(bus, keys);
     if (index == kTableFull) {
         return CareOutcome::tableFull;
     }
@@ -172,11 +157,11 @@ CareOutcome care(Bus &bus, const NameKeys &keys, uEventCallback callback, void *
     if (index < 0) {
         return CareOutcome::noFreeSlot;
     }
-    uEventCarer *carer = newCarer(callback, userData);
+    Carer *carer = newCarer(callback, userData);
     if (carer == nullptr) {
         return CareOutcome::noMemory;
     }
-    bus.slots[index] = uEventSlot{1, keys.key1, keys.key2, carer};
+    bus.slots[index] = Slot{1, keys.key1, keys.key2, carer};
     return CareOutcome::added;
 }
 
@@ -202,9 +187,9 @@ class Snapshot {
 
     // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
     // cannot be had, in which case nothing was copied.
-    bool take(const uEventSlot &slot) {
+    bool take(const Slot &slot) {
         std::size_t needed = 0;
-        for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+        for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
             needed += carer->callback != nullptr ? 1 : 0;
         }
         if (needed > kInlineCopies) {
@@ -215,7 +200,7 @@ class Snapshot {
                 return false;
             }
         }
-        for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+        for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
             if (carer->callback != nullptr) {
                 copies_[count_++] = CarerCopy{carer->userData, carer->callback};
             }
@@ -236,8 +221,8 @@ class Snapshot {
 };
 
 // Caller holds the bus lock; the fallback when no snapshot can be had.
-void callUnderLock(const uEventSlot &slot, const char *name, void *data, std::uint32_t length) {
-    for (const uEventCarer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+void callUnderLock(const Slot &slot, const char *name, void *data, std::uint32_t length) {
+    for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
         if (carer->callback != nullptr) {
             carer->callback(name, carer->userData, data, length);
         }
@@ -255,12 +240,15 @@ void uEventInit(void) {
 void uEventUninit(void) {
     Bus *bus = theBus.load(std::memory_order_acquire);
     if (bus == nullptr) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kEvent, "Event not init.");
+        pu::log::info(pu::log::kEvent, "Event not init.");
         return;
     }
-    // Taken and never given back: the lock is deleted with the bus.
-    semTake(bus->lock, WAIT_FOREVER);
-    theBus.store(nullptr, std::memory_order_release);
+    {
+        // Callers still holding the bus finish first; the lock is given back before it is deleted.
+        SemGuard guard(bus->lock);
+        theBus.store(nullptr, std::memory_order_release);
+        clearSlots(*bus);
+    }
     destroyBus(bus);
 }
 
@@ -279,13 +267,13 @@ int32_t uEventCare(const char *name, uEventCallback callback, void *userData) {
     case CareOutcome::added:
         return 1;
     case CareOutcome::duplicate:
-        basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "eventprocess has existed\n");
+        pu::log::debug(pu::log::kEvent, "eventprocess has existed\n");
         return 1;
     case CareOutcome::noFreeSlot:
-        basaltPrintLog(pu::log::kError, pu::log::kEvent, "register event %s fail.", name);
+        pu::log::error(pu::log::kEvent, "register event %s fail.", name);
         return 0;
     case CareOutcome::tableFull:
-        basaltPrintLog(pu::log::kError, pu::log::kEvent, "Event hash buffer full.");
+        pu::log::error(pu::log::kEvent, "Event hash buffer full.");
         return 0;
     case CareOutcome::noMemory:
         break;
@@ -300,26 +288,26 @@ int32_t uEventClear(const char *name, uEventCallback callback) {
     }
     const NameKeys keys = keysOf(name);
     SemGuard guard(bus->lock);
-    const std::int32_t index = uEventSlotFind(*bus, keys);
+    const std::int32_t index = findSlot(*bus, keys);
     if (index < 0) {
         return 0;
     }
-    uEventSlot &slot = bus->slots[index];
-    uEventCarer **link = &slot.carers;
+    Slot &slot = bus->slots[index];
+    Carer **link = &slot.carers;
     while (*link != nullptr && (*link)->callback != callback) {
         link = &(*link)->next;
     }
-    uEventCarer *removed = *link;
+    Carer *removed = *link;
     if (removed == nullptr) {
-        basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "This eventprocess didn't exist");
+        pu::log::debug(pu::log::kEvent, "This eventprocess didn't exist");
         return 1;
     }
     *link = removed->next;
-    // uEventSlot 0 is deliberately never released: it stays occupied with an empty chain. A
+    // Slot 0 is deliberately never released: it stays occupied with an empty chain. A
     // released slot leaves no marker, so events probed past it become unreachable; that is intended
     // too.
     if (slot.carers == nullptr && index > 0) {
-        slot = uEventSlot{0, 0, 0, nullptr};
+        slot = Slot{0, 0, 0, nullptr};
     }
     uFree(removed);
     return 1;
@@ -335,17 +323,17 @@ int32_t uEventRaise(const char *name, void *data, uint32_t length) {
     bool known = false;
     {
         SemGuard guard(bus->lock);
-        const std::int32_t index = uEventSlotFind(*bus, keys);
+        const std::int32_t index = findSlot(*bus, keys);
         if (index >= 0) {
             known = true;
-            const uEventSlot &slot = bus->slots[index];
+            const Slot &slot = bus->slots[index];
             if (!snapshot.take(slot)) {
                 callUnderLock(slot, name, data, length);
             }
         }
     }
     if (!known) {
-        basaltPrintLog(pu::log::kDebug, pu::log::kEvent, "No module care event %s.", name);
+        pu::log::debug(pu::log::kEvent, "No module care event %s.", name);
         return 0;
     }
     // The lock is given back: callbacks may care, clear or raise.

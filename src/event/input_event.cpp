@@ -9,6 +9,7 @@
 
 #include <platform_os.h>
 
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 
@@ -22,14 +23,14 @@ using pu::core::SemGuard;
 // Longest time-out whose milliseconds still fit the timer service's signed 32-bit delays.
 constexpr std::uint32_t kMaxTimeoutSec = INT32_MAX / 1000;
 
-struct uInputEventNode {
+struct InputNode {
     std::uint32_t timerId;
     std::uint32_t timeoutSec; // used again on every extension
     std::uint32_t key;
     uInputEventCallback cb;
 };
 #if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(uInputEventNode) == 16, "the input event record is 16 bytes on 32-bit");
+static_assert(sizeof(InputNode) == 16, "the input event record is 16 bytes on 32-bit");
 #endif
 static_assert(sizeof(uInputEventMsg) == 8, "INPUT_EVENT carries two 32-bit words");
 
@@ -42,17 +43,12 @@ struct Service {
 };
 
 Service &service() {
-    static Service instance;
-    return instance;
-}
-
-void logLine(int level, const char *format, const char *function) {
-    basaltPrintLog(level, pu::log::kInputEvent, format, function);
+    return pu::core::immortal<Service>();
 }
 
 bool checkInitialised(const char *function) {
     if (!service().initialised.load()) {
-        logLine(pu::log::kWarning, "%s, not init.", function);
+        pu::log::warning(pu::log::kInputEvent, "%s, not init.", function);
         return false;
     }
     return true;
@@ -67,11 +63,11 @@ void *timerArgument(std::uint32_t key) {
 }
 
 // Finds the record of key and unlinks it; callers put it back when it lives on.
-uInputEventNode *inputEventTake(uList *list, std::uint32_t key) {
+InputNode *inputEventTake(uList *list, std::uint32_t key) {
     for (std::int32_t pos = 0; uListEol(list, pos) == 0; ++pos) {
-        auto *node = static_cast<uInputEventNode *>(uListGet(list, pos));
+        auto *node = static_cast<InputNode *>(uListGet(list, pos));
         if (node->key == key) {
-            return static_cast<uInputEventNode *>(uListRemove(list, pos));
+            return static_cast<InputNode *>(uListRemove(list, pos));
         }
     }
     return nullptr;
@@ -82,14 +78,14 @@ void inputEventNotify(std::int32_t state, std::uint32_t key) {
     uEventRaise(U_INPUT_EVENT_NAME, &data, sizeof data);
 }
 
-void inputEventFree(uInputEventNode *node) {
+void inputEventFree(InputNode *node) {
     uTimerDel(node->timerId);
     uFree(node);
 }
 
 // Puts a record back after an extension; a record that cannot be relinked is ended quietly
 // rather than left with a timer nobody can find.
-bool inputEventPutBack(uList *list, uInputEventNode *node) {
+bool inputEventPutBack(uList *list, InputNode *node) {
     if (uListAppend(list, node) < 0) {
         inputEventFree(node);
         return false;
@@ -97,7 +93,7 @@ bool inputEventPutBack(uList *list, uInputEventNode *node) {
     return true;
 }
 
-void inputEventExtend(uList *list, uInputEventNode *node) {
+void inputEventExtend(uList *list, InputNode *node) {
     uTimerRefresh(node->timerId, timeoutMs(node->timeoutSec));
     inputEventPutBack(list, node);
 }
@@ -110,7 +106,7 @@ void inputEventTimeout(void *argument) {
     if (list == nullptr) {
         return;
     }
-    uInputEventNode *node = inputEventTake(list, key);
+    InputNode *node = inputEventTake(list, key);
     if (node == nullptr) {
         return;
     }
@@ -128,13 +124,13 @@ void inputEventTimeout(void *argument) {
 
 std::int32_t inputEventAdd(uList *list, std::uint32_t key, std::uint32_t timeoutSec,
                            uInputEventCallback cb) {
-    auto *node = static_cast<uInputEventNode *>(uMalloc(sizeof(uInputEventNode)));
+    auto *node = static_cast<InputNode *>(uMalloc(sizeof(InputNode)));
     if (node != nullptr) {
-        *node = uInputEventNode{0, timeoutSec, key, cb};
+        *node = InputNode{0, timeoutSec, key, cb};
         node->timerId = uTimerAdd(inputEventTimeout, timerArgument(key), timeoutMs(timeoutSec));
     }
     if (node == nullptr || node->timerId == 0 || uListAppend(list, node) < 0) {
-        logLine(pu::log::kWarning, "%s, failed to add input event.", "inputEventAdd");
+        pu::log::warning(pu::log::kInputEvent, "%s, failed to add input event.", "inputEventAdd");
         if (node != nullptr) {
             inputEventFree(node);
         }
@@ -146,7 +142,7 @@ std::int32_t inputEventAdd(uList *list, std::uint32_t key, std::uint32_t timeout
 
 void releaseAll(uList *list, bool announce) {
     while (uListEol(list, 0) == 0) {
-        auto *node = static_cast<uInputEventNode *>(uListRemove(list, 0));
+        auto *node = static_cast<InputNode *>(uListRemove(list, 0));
         if (announce) {
             inputEventNotify(U_INPUT_EVENT_STOPPED, node->key);
         }
@@ -161,7 +157,7 @@ extern "C" {
 void uInputEventInit(void) {
     Service &svc = service();
     if (svc.initialised.load()) {
-        logLine(pu::log::kWarning, "%s, already init.", "uInputEventInit");
+        pu::log::warning(pu::log::kInputEvent, "%s, already init.", "uInputEventInit");
         // Starting afresh forgets the pending events; their timers go too, so a stale time-out
         // cannot end an event started under the same key later.
         SemGuard guard(svc.mutex.load());
@@ -199,17 +195,17 @@ int32_t uInputEventStart(uint32_t key, uint32_t timeoutSec, uInputEventCallback 
         return -1;
     }
     if (timeoutSec == 0 || timeoutSec > kMaxTimeoutSec || cb == nullptr) {
-        logLine(pu::log::kWarning, "%s, argument is not valid.", "uInputEventStart");
+        pu::log::warning(pu::log::kInputEvent, "%s, argument is not valid.", "uInputEventStart");
         return -1;
     }
-    logLine(pu::log::kInfo, "%s, starting.", "uInputEventStart");
+    pu::log::info(pu::log::kInputEvent, "%s, starting.", "uInputEventStart");
     Service &svc = service();
     SemGuard guard(svc.mutex.load());
     uList *list = svc.list.load();
     if (list == nullptr) {
         return -1;
     }
-    if (uInputEventNode *node = inputEventTake(list, key); node != nullptr) {
+    if (InputNode *node = inputEventTake(list, key); node != nullptr) {
         node->timeoutSec = timeoutSec;
         node->cb = cb;
         uTimerRefresh(node->timerId, timeoutMs(timeoutSec));
@@ -223,20 +219,21 @@ void uInputEventExecute(const uInputEventMsg *msg) {
         return;
     }
     if (msg == nullptr) {
-        logLine(pu::log::kWarning, "%s, msg is null.", "uInputEventExecute");
+        pu::log::warning(pu::log::kInputEvent, "%s, msg is null.", "uInputEventExecute");
         return;
     }
     if (msg->state < U_INPUT_EVENT_DONE || msg->state > U_INPUT_EVENT_EXTEND) {
-        logLine(pu::log::kWarning, "%s, state is incorrect.", "uInputEventExecute");
+        pu::log::warning(pu::log::kInputEvent, "%s, state is incorrect.", "uInputEventExecute");
         return;
     }
-    logLine(pu::log::kInfo, "%s, executing.", "uInputEventExecute");
+    pu::log::info(pu::log::kInputEvent, "%s, executing.", "uInputEventExecute");
     Service &svc = service();
     SemGuard guard(svc.mutex.load());
     uList *list = svc.list.load();
-    uInputEventNode *node = list != nullptr ? inputEventTake(list, msg->key) : nullptr;
+    InputNode *node = list != nullptr ? inputEventTake(list, msg->key) : nullptr;
     if (node == nullptr) {
-        logLine(pu::log::kWarning, "%s, input event do not exist.", "uInputEventExecute");
+        pu::log::warning(pu::log::kInputEvent, "%s, input event do not exist.",
+                         "uInputEventExecute");
         return;
     }
     if (msg->state == U_INPUT_EVENT_EXTEND) {
@@ -254,13 +251,13 @@ void uInputEventStop(uint32_t key) {
     if (!checkInitialised("uInputEventStop")) {
         return;
     }
-    logLine(pu::log::kInfo, "%s, stopping.", "uInputEventStop");
+    pu::log::info(pu::log::kInputEvent, "%s, stopping.", "uInputEventStop");
     Service &svc = service();
     SemGuard guard(svc.mutex.load());
     uList *list = svc.list.load();
-    uInputEventNode *node = list != nullptr ? inputEventTake(list, key) : nullptr;
+    InputNode *node = list != nullptr ? inputEventTake(list, key) : nullptr;
     if (node == nullptr) {
-        logLine(pu::log::kWarning, "%s, input event do not exist.", "uInputEventStop");
+        pu::log::warning(pu::log::kInputEvent, "%s, input event do not exist.", "uInputEventStop");
         return;
     }
     inputEventNotify(U_INPUT_EVENT_STOPPED, key);

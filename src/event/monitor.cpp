@@ -30,7 +30,7 @@ constexpr int kTaskPriority = 150;
 constexpr int kTaskStackBytes = 2048;
 constexpr std::int32_t kLooseReportMs = 1000;
 
-struct uMonitorNode {
+struct MonitorNode {
     char *name;
     const char *tag;
     std::int32_t limitMs;
@@ -46,49 +46,44 @@ std::atomic_ref<uList *> monitorList() {
     return std::atomic_ref<uList *>(gMonitorList);
 }
 
-void logLine(int level, const char *format, const char *function) {
-    basaltPrintLog(level, gMonitorLog, format, function);
-}
-
 // Reports the bracket when it overran: always when strict (at its own stop), otherwise only
 // overruns of a second or more, so that short brackets are not reported at every message.
-void monitorLogOutput(const uMonitorNode *node, std::uint32_t now, bool strict) {
+void monitorLogOutput(const MonitorNode *node, std::uint32_t now, bool strict) {
     const auto span = static_cast<std::int32_t>(osaLongTimeSpanCompute(node->startMs, now));
     if (span > node->limitMs && (span >= kLooseReportMs || strict)) {
-        basaltPrintLog(pu::log::kWarning, gMonitorLog,
-                       "%s: ~~~~~~[%s][0x%s] expired, occupy [%d]ms.~~~~~~", "monitorLogOutput",
-                       node->name != nullptr ? node->name : "",
-                       node->tag != nullptr ? node->tag : "", span);
+        pu::log::warning(gMonitorLog, "%s: ~~~~~~[%s][0x%s] expired, occupy [%d]ms.~~~~~~",
+                         "monitorLogOutput", node->name != nullptr ? node->name : "",
+                         node->tag != nullptr ? node->tag : "", span);
     }
 }
 
 void freeNode(void *element) {
-    auto *node = static_cast<uMonitorNode *>(element);
+    auto *node = static_cast<MonitorNode *>(element);
     uFree(node->name);
     uFree(node);
 }
 
 void checkAll(uList *list, std::uint32_t now) {
     for (uListNode *link = list->head; link != nullptr; link = link->next) {
-        monitorLogOutput(static_cast<uMonitorNode *>(link->data), now, false);
+        monitorLogOutput(static_cast<MonitorNode *>(link->data), now, false);
     }
 }
 
 void monitorAdd(uList *list, const uMonitorMsg &msg) {
-    auto *node = static_cast<uMonitorNode *>(uMalloc(sizeof(uMonitorNode)));
+    auto *node = static_cast<MonitorNode *>(uMalloc(sizeof(MonitorNode)));
     if (node == nullptr) {
-        logLine(pu::log::kWarning, "%s: no Memory available.", "monitorAdd");
+        pu::log::warning(gMonitorLog, "%s: no Memory available.", "monitorAdd");
         uFree(msg.name);
         return;
     }
-    *node = uMonitorNode{msg.name, msg.tag, msg.limitMs, msg.timeMs};
+    *node = MonitorNode{msg.name, msg.tag, msg.limitMs, msg.timeMs};
     if (uListAppend(list, node) < 0) {
-        logLine(pu::log::kWarning, "%s: no Memory available.", "monitorAdd");
+        pu::log::warning(gMonitorLog, "%s: no Memory available.", "monitorAdd");
         freeNode(node);
     }
 }
 
-bool sameBracket(const uMonitorNode *node, const uMonitorMsg &msg) {
+bool sameBracket(const MonitorNode *node, const uMonitorMsg &msg) {
     const bool sameName = (node->name == nullptr || msg.name == nullptr)
                               ? node->name == msg.name
                               : std::strcmp(node->name, msg.name) == 0;
@@ -101,14 +96,14 @@ void monitorStop(uList *list, const uMonitorMsg &msg) {
     const std::uint32_t now = msg.timeMs;
     std::int32_t pos = 0;
     for (; uListEol(list, pos) == 0; ++pos) {
-        auto *node = static_cast<uMonitorNode *>(uListGet(list, pos));
+        auto *node = static_cast<MonitorNode *>(uListGet(list, pos));
         if (sameBracket(node, msg)) {
             break;
         }
         monitorLogOutput(node, now, false);
     }
     while (uListEol(list, pos) == 0) {
-        auto *node = static_cast<uMonitorNode *>(uListRemove(list, pos));
+        auto *node = static_cast<MonitorNode *>(uListRemove(list, pos));
         monitorLogOutput(node, now, true);
         freeNode(node);
     }
@@ -140,8 +135,8 @@ void monitorQuit(MSG_Q_ID queue, uList *list) {
 
 // The task gets its own queue and list as arguments, so a later uMonitorInit cannot pull them
 // from under it.
-int uMonitorTask(intptr_t queueArg, intptr_t listArg, intptr_t, intptr_t, intptr_t, intptr_t,
-                 intptr_t, intptr_t, intptr_t, intptr_t) {
+int monitorTask(intptr_t queueArg, intptr_t listArg, intptr_t, intptr_t, intptr_t, intptr_t,
+                intptr_t, intptr_t, intptr_t, intptr_t) {
     const auto queue = static_cast<MSG_Q_ID>(queueArg);
     auto *list = reinterpret_cast<uList *>(listArg);
     for (;;) {
@@ -188,12 +183,12 @@ extern "C" {
 void uMonitorInit(void) {
     uList *list = uListInit(0);
     if (list == nullptr) {
-        logLine(pu::log::kError, "%s: creat monitor list failed!!!", "uMonitorInit");
+        pu::log::error(gMonitorLog, "%s: creat monitor list failed!!!", "uMonitorInit");
         return;
     }
     const MSG_Q_ID queue = msgQCreate(kQueueMessages, sizeof(uMonitorMsg), 0);
     if (queue == 0) {
-        logLine(pu::log::kError, "%s: create monitro msg queue failed!!!", "uMonitorInit");
+        pu::log::error(gMonitorLog, "%s: create monitro msg queue failed!!!", "uMonitorInit");
         uListUninit(list);
         return;
     }
@@ -205,20 +200,20 @@ void uMonitorInit(void) {
         msgQSend(previous, reinterpret_cast<const char *>(&quit), sizeof quit, NO_WAIT,
                  MSG_PRI_NORMAL);
     }
-    if (taskSpawn("tMonitor", kTaskPriority, 0, kTaskStackBytes, uMonitorTask,
+    if (taskSpawn("tMonitor", kTaskPriority, 0, kTaskStackBytes, monitorTask,
                   static_cast<intptr_t>(queue), reinterpret_cast<intptr_t>(list), 0, 0, 0, 0, 0, 0,
                   0, 0) == 0) {
-        logLine(pu::log::kError, "%s: spawn tMonitor failed!!!", "uMonitorInit");
+        pu::log::error(gMonitorLog, "%s: spawn tMonitor failed!!!", "uMonitorInit");
         monitorQuit(queue, list);
         return;
     }
-    logLine(pu::log::kInfo, "%s: success.", "uMonitorInit");
+    pu::log::info(gMonitorLog, "%s: success.", "uMonitorInit");
 }
 
 int32_t uMonitorUninit(void) {
     const MSG_Q_ID queue = monitorQueue().load();
     if (queue == 0) {
-        logLine(pu::log::kWarning, "%s: msg Queue not create.", "uMonitorUninit");
+        pu::log::warning(gMonitorLog, "%s: msg Queue not create.", "uMonitorUninit");
         return -1;
     }
     const uMonitorMsg quit{U_MONITOR_QUIT, nullptr, nullptr, 0, 0};

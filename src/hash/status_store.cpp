@@ -6,6 +6,7 @@
 #include <ustatus.h>
 #include <ustr.h>
 
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 #include "hash/string_hash.hpp"
@@ -50,11 +51,7 @@ const char *printable(const char *name) {
 // Creates the store's mutex. The slots need no clearing: they start empty and only
 // statusBuffFree empties them again. Two first callers racing here keep one mutex.
 void initialise() {
-    SEM_ID fresh = semMCreate(0);
-    SEM_ID none = 0;
-    if (!gLock.compare_exchange_strong(none, fresh, std::memory_order_acq_rel)) {
-        semDelete(fresh);
-    }
+    (void)pu::core::createMutexOnce(gLock);
     gInitialised.store(true, std::memory_order_release);
 }
 
@@ -92,28 +89,24 @@ int32_t setSystemStatus(const char *name, uint32_t value) {
     if (!gInitialised.load(std::memory_order_acquire)) {
         initialise();
     }
-    std::uint32_t slot = keys.start;
-    do {
-        StatusRecord *record = gSlots[slot].load(std::memory_order_acquire);
+    int32_t result = -1;
+    (void)pu::hash::probe(keys, kSlots, [&](std::uint32_t slot) {
+        // A new record is filled before it is published, so a reader never sees a half-made one.
+        // Only an unlocked first call can lose the race for an empty slot; it then looks at the
+        // winner's record.
+        StatusRecord *record = pu::core::createOnce(
+            gSlots[slot], [&] { return newRecord(name, value, keys); }, freeRecord);
         if (record == nullptr) {
-            StatusRecord *fresh = newRecord(name, value, keys);
-            if (fresh == nullptr) {
-                return -1;
-            }
-            // Filled before it is published, so a reader never sees a half-made record. Only an
-            // unlocked first call can lose this exchange; it then looks at the winner's record.
-            if (gSlots[slot].compare_exchange_strong(record, fresh, std::memory_order_acq_rel)) {
-                return 0;
-            }
-            freeRecord(fresh);
+            return true;
         }
         if (matches(record, keys)) {
             storeValue(record, value);
-            return 0;
+            result = 0;
+            return true;
         }
-        slot = (slot + 1) % kSlots;
-    } while (slot != keys.start);
-    return -1;
+        return false;
+    });
+    return result;
 }
 
 int32_t getSystemStatus(const char *name, uint32_t *valueOut) {
@@ -122,27 +115,24 @@ int32_t getSystemStatus(const char *name, uint32_t *valueOut) {
     }
     const pu::hash::NameKeys keys = pu::hash::nameKeys(name, kSlots);
     if (!gInitialised.load(std::memory_order_acquire)) {
-        basaltPrintLog(pu::log::kDebug, pu::log::kStatus, "The status [%s] is not set yet.",
-                       printable(name));
+        pu::log::debug(pu::log::kStatus, "The status [%s] is not set yet.", printable(name));
         return -1;
     }
-    std::uint32_t slot = keys.start;
-    do {
-        StatusRecord *record = gSlots[slot].load(std::memory_order_acquire);
-        if (record == nullptr) {
-            basaltPrintLog(pu::log::kDebug, pu::log::kStatus, "Cannot find this status: %s ",
-                           printable(name));
-            return -1;
-        }
-        if (matches(record, keys)) {
-            *valueOut = loadValue(record);
-            return 0;
-        }
-        slot = (slot + 1) % kSlots;
-    } while (slot != keys.start);
-    basaltPrintLog(pu::log::kDebug, pu::log::kStatus, "cannot find this status: %s ",
-                   printable(name));
-    return -1;
+    StatusRecord *found = nullptr;
+    const std::int32_t stop = pu::hash::probe(keys, kSlots, [&](std::uint32_t slot) {
+        found = gSlots[slot].load(std::memory_order_acquire);
+        return found == nullptr || matches(found, keys);
+    });
+    if (stop < 0) {
+        pu::log::debug(pu::log::kStatus, "cannot find this status: %s ", printable(name));
+        return -1;
+    }
+    if (found == nullptr) {
+        pu::log::debug(pu::log::kStatus, "Cannot find this status: %s ", printable(name));
+        return -1;
+    }
+    *valueOut = loadValue(found);
+    return 0;
 }
 
 void statusBuffFree(void) {

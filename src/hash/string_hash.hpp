@@ -1,5 +1,5 @@
-// The string hashes behind rsHash and bkdrHash, and the two-key identity that the fixed-size
-// name tables (status store, event bus) give a name.
+// The string hashes behind rsHash and bkdrHash, the two-key identity that the fixed-size name
+// tables (status store, event bus) give a name, and their linear probe.
 #pragma once
 
 #include <cstdint>
@@ -43,6 +43,19 @@ constexpr NameKeys nameKeys(const char *name, std::uint32_t slots) noexcept {
     }
     const std::uint32_t start = rsRaw(name) % slots;
     return {start, bkdr31(name), start};
+}
+
+// Visits the slots of a table of `slots` slots in linear-probe order from keys.start, each once,
+// until stop(slot) is true. The slot it stopped at, or -1 after a full round.
+template <typename Stop> std::int32_t probe(const NameKeys &keys, std::uint32_t slots, Stop stop) {
+    std::uint32_t slot = keys.start;
+    do {
+        if (stop(slot)) {
+            return static_cast<std::int32_t>(slot);
+        }
+        slot = (slot + 1) % slots;
+    } while (slot != keys.start);
+    return -1;
 }
 
 } // namespace pu::hash

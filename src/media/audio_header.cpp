@@ -48,38 +48,35 @@ bool findDataChunk(const uint8_t *buffer, int32_t length, int64_t offset, WavFor
     for (int skipped = 0;;) {
         const int64_t left = length - offset;
         if (left < kChunkHeaderSize) {
-            basaltPrintLog(pu::log::kWarning, pu::log::kFile,
-                           "%s:Buffer too small for chunk header (need %lu, have %d)", kParseName,
-                           static_cast<unsigned long>(kChunkHeaderSize), static_cast<int>(left));
+            pu::log::warning(pu::log::kFile,
+                             "%s:Buffer too small for chunk header (need %lu, have %d)", kParseName,
+                             static_cast<unsigned long>(kChunkHeaderSize), static_cast<int>(left));
             return false;
         }
         const uint8_t *chunk = buffer + offset;
         const uint32_t size = loadLittle32(chunk + 4);
         if (hasTag(chunk, "data")) {
-            basaltPrintLog(pu::log::kInfo, pu::log::kFile, "%s:Found data chunk after %d attempts",
-                           kParseName, skipped);
+            pu::log::info(pu::log::kFile, "%s:Found data chunk after %d attempts", kParseName,
+                          skipped);
             format.headerSize = static_cast<int32_t>(offset + kChunkHeaderSize);
-            basaltPrintLog(pu::log::kInfo, pu::log::kFile,
-                           "%s:WAV header validation passed, header size=%d\n", kParseName,
-                           format.headerSize);
+            pu::log::info(pu::log::kFile, "%s:WAV header validation passed, header size=%d\n",
+                          kParseName, format.headerSize);
             return true;
         }
         ++skipped;
-        basaltPrintLog(pu::log::kInfo, pu::log::kFile,
-                       "%s:Skipping non-data chunk (tag=%c%c%c%c, len=%u)", kParseName, chunk[0],
-                       chunk[1], chunk[2], chunk[3], size);
+        pu::log::info(pu::log::kFile, "%s:Skipping non-data chunk (tag=%c%c%c%c, len=%u)",
+                      kParseName, chunk[0], chunk[1], chunk[2], chunk[3], size);
         offset += kChunkHeaderSize + int64_t{size};
         if (offset > length) {
-            basaltPrintLog(pu::log::kError, pu::log::kFile,
+            pu::log::error(pu::log::kFile,
                            "%s:Chunk len too large (tag=%c%c%c%c, len=%u, max allowed=%d)",
                            kParseName, chunk[0], chunk[1], chunk[2], chunk[3], size,
                            static_cast<int>(left - kChunkHeaderSize));
             return false;
         }
         if (skipped == kMaxSkippedChunks) {
-            basaltPrintLog(pu::log::kInfo, pu::log::kFile,
-                           "%s:Data chunk not found after %d max attempts", kParseName,
-                           kMaxSkippedChunks);
+            pu::log::info(pu::log::kFile, "%s:Data chunk not found after %d max attempts",
+                          kParseName, kMaxSkippedChunks);
             return false;
         }
     }
@@ -87,21 +84,19 @@ bool findDataChunk(const uint8_t *buffer, int32_t length, int64_t offset, WavFor
 
 bool parseWav(const uint8_t *buffer, int32_t length, WavFormat &format) {
     if (length < kRiffHeaderSize) {
-        basaltPrintLog(pu::log::kWarning, pu::log::kFile, "%s:Buffer too small for RIFF chunk\n",
-                       kParseName);
+        pu::log::warning(pu::log::kFile, "%s:Buffer too small for RIFF chunk\n", kParseName);
         return false;
     }
     if (!hasTag(buffer, "RIFF") || !hasTag(buffer + 8, "WAVE")) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kFile,
-                       "%s:Not a RIFF/WAVE file (riff=%c%c%c%c, wave=%c%c%c%c)", kParseName,
-                       buffer[0], buffer[1], buffer[2], buffer[3], buffer[8], buffer[9], buffer[10],
-                       buffer[11]);
+        pu::log::info(pu::log::kFile, "%s:Not a RIFF/WAVE file (riff=%c%c%c%c, wave=%c%c%c%c)",
+                      kParseName, buffer[0], buffer[1], buffer[2], buffer[3], buffer[8], buffer[9],
+                      buffer[10], buffer[11]);
         return false;
     }
     if (length < kFmtEnd) {
-        basaltPrintLog(pu::log::kWarning, pu::log::kFile,
-                       "%s:Buffer too small for fmt chunk header (need 8, have %d)", kParseName,
-                       length - kRiffHeaderSize);
+        pu::log::warning(pu::log::kFile,
+                         "%s:Buffer too small for fmt chunk header (need 8, have %d)", kParseName,
+                         length - kRiffHeaderSize);
         return false;
     }
     // Only the place of the fmt chunk is assumed; its tag is not looked at here.
@@ -112,7 +107,7 @@ bool parseWav(const uint8_t *buffer, int32_t length, WavFormat &format) {
     if (fmtSize > 16) {
         const int64_t extension = int64_t{fmtSize} - 16;
         if (length < int64_t{fmtSize} + 20) {
-            basaltPrintLog(pu::log::kError, pu::log::kFile,
+            pu::log::error(pu::log::kFile,
                            "%s:Buffer too small for fmt extended data (need %d, have %d)",
                            kParseName, static_cast<int>(extension), length - kFmtEnd);
             return false;
@@ -134,29 +129,28 @@ extern "C" {
 
 int32_t uFileWavHeaderFullCheck(const uint8_t *buffer, int32_t length) {
     if (buffer == nullptr || length < 1) {
-        basaltPrintLog(pu::log::kError, pu::log::kFile, "%s:Invalid input", kCheckName);
+        pu::log::error(pu::log::kFile, "%s:Invalid input", kCheckName);
         return -1;
     }
     WavFormat format;
     if (!parseWav(buffer, length, format)) {
-        basaltPrintLog(pu::log::kError, pu::log::kFile, "%s:Failed to parse WAV header",
-                       kCheckName);
+        pu::log::error(pu::log::kFile, "%s:Failed to parse WAV header", kCheckName);
         return -1;
     }
     if (format.channels != 1 && format.channels != 2) {
-        basaltPrintLog(pu::log::kError, pu::log::kFile, "%s:Invalid channel count: %d\n",
-                       kCheckName, format.channels);
+        pu::log::error(pu::log::kFile, "%s:Invalid channel count: %d\n", kCheckName,
+                       format.channels);
         return -1;
     }
     if (!supportedFormat(format.audioFormat)) {
-        basaltPrintLog(pu::log::kError, pu::log::kFile, "%s:Unsupported audio format: %d\n",
-                       kCheckName, format.audioFormat);
+        pu::log::error(pu::log::kFile, "%s:Unsupported audio format: %d\n", kCheckName,
+                       format.audioFormat);
         return -1;
     }
-    basaltPrintLog(pu::log::kInfo, pu::log::kFile,
-                   "%s:WAV header validation passed - header size=%d bytes, channel=%d, codec "
-                   "type=%d",
-                   kCheckName, format.headerSize, format.channels, format.audioFormat);
+    pu::log::info(pu::log::kFile,
+                  "%s:WAV header validation passed - header size=%d bytes, channel=%d, codec "
+                  "type=%d",
+                  kCheckName, format.headerSize, format.channels, format.audioFormat);
     return 0;
 }
 

@@ -37,14 +37,6 @@ constexpr int kClientBindLine = 449;
 constexpr int kUdpFirstBindLine = 559;
 constexpr int kUdpSecondBindLine = 581;
 
-template <typename... Args> void logDebug(const char *format, Args... args) {
-    basaltPrintLog(pu::log::kDebug, pu::log::kSocket, format, args...);
-}
-
-template <typename... Args> void logError(const char *format, Args... args) {
-    basaltPrintLog(pu::log::kError, pu::log::kSocket, format, args...);
-}
-
 sockaddr_in loopbackAddress() {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -88,12 +80,13 @@ OwnedFd openEnd(const char *name, int type, int protocol, sockaddr_in &address,
                 const EndMessages &messages) {
     OwnedFd end(socket(AF_INET, type, protocol));
     if (end.get() < 0) {
-        logDebug(messages.createFailure, name);
+        pu::log::debug(pu::log::kSocket, messages.createFailure, name);
         return end;
     }
     setCloseOnExec(end.get());
     if (tryBindRandomPort(end.get(), address) < 0) {
-        logError("%s %d uSocketTryBind error !", name, messages.bindFailureLine);
+        pu::log::error(pu::log::kSocket, "%s %d uSocketTryBind error !", name,
+                       messages.bindFailureLine);
         end.reset();
         return end;
     }
@@ -102,7 +95,7 @@ OwnedFd openEnd(const char *name, int type, int protocol, sockaddr_in &address,
 }
 
 std::int32_t pairFailed(const char *name) {
-    logDebug("%s failed !", name);
+    pu::log::debug(pu::log::kSocket, "%s failed !", name);
     return -1;
 }
 
@@ -111,7 +104,8 @@ std::int32_t pairMade(const char *name, uSocketPair *pair, OwnedFd &client, Owne
     pair->acceptSock = accepted.release();
     uSocketSetRecvTimeout(pair->clientSock, kPairRecvTimeoutSec);
     uSocketSetRecvTimeout(pair->acceptSock, kPairRecvTimeoutSec);
-    logDebug("%s success clientSock=%d, acceptSock=%d", name, pair->clientSock, pair->acceptSock);
+    pu::log::debug(pu::log::kSocket, "%s success clientSock=%d, acceptSock=%d", name,
+                   pair->clientSock, pair->acceptSock);
     return 0;
 }
 
@@ -157,7 +151,7 @@ int32_t uSocketPeer(uSocketPair *pair) {
     if (pair == nullptr) {
         return -1;
     }
-    logDebug("%s ", kPeerName);
+    pu::log::debug(pu::log::kSocket, "%s ", kPeerName);
     sockaddr_in serverAddress = loopbackAddress();
     OwnedFd server = openEnd(kPeerName, SOCK_STREAM, IPPROTO_TCP, serverAddress,
                              {"%s failed cannot create server socket!", kServerBindLine});
@@ -165,7 +159,7 @@ int32_t uSocketPeer(uSocketPair *pair) {
         return pairFailed(kPeerName);
     }
     if (listen(server.get(), 1) != 0) {
-        logError("%s %d listen error !", kPeerName, kListenLine);
+        pu::log::error(pu::log::kSocket, "%s %d listen error !", kPeerName, kListenLine);
         return pairFailed(kPeerName);
     }
     sockaddr_in clientAddress = loopbackAddress();

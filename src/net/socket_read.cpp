@@ -22,10 +22,6 @@ constexpr std::int32_t kNoLimit = -1;
 constexpr char kLineFeed = '\n';
 constexpr char kCarriageReturn = '\r';
 
-void logError(const char *format) {
-    basaltPrintLog(pu::log::kError, pu::log::kSocket, format, kReadLimitName);
-}
-
 } // namespace
 
 extern "C" {
@@ -36,7 +32,7 @@ int32_t uSocketReadLimitWithoutSize(int32_t fd, char **out, int32_t limit) {
     }
     auto *buffer = static_cast<char *>(uMalloc(kBlockBytes));
     if (buffer == nullptr) {
-        logError("%s: malloc error");
+        pu::log::error(pu::log::kSocket, "%s: malloc error", kReadLimitName);
         return 0;
     }
     std::int32_t blocks = 1;
@@ -53,7 +49,7 @@ int32_t uSocketReadLimitWithoutSize(int32_t fd, char **out, int32_t limit) {
         // a caller may get somewhat more than it asked for. That is intended.
         if (std::int64_t{total} + kReadBytes >= std::int64_t{blocks} * kBlockBytes) {
             if (limit != kNoLimit && total >= limit) {
-                logError("%s: read too much.");
+                pu::log::error(pu::log::kSocket, "%s: read too much.", kReadLimitName);
                 uFree(buffer);
                 return -1;
             }
@@ -64,7 +60,7 @@ int32_t uSocketReadLimitWithoutSize(int32_t fd, char **out, int32_t limit) {
                               ? std::realloc(buffer, static_cast<size_t>(grownBytes))
                               : nullptr;
             if (grown == nullptr) {
-                logError("%s: realloc error");
+                pu::log::error(pu::log::kSocket, "%s: realloc error", kReadLimitName);
                 uFree(buffer);
                 return 0;
             }

@@ -16,8 +16,7 @@ int32_t uSocketWaitSendDataConfirmed(int32_t fd, int32_t stallPolls) {
         int queued = 0;
         // TIOCOUTQ (0x5411) on a socket: bytes not yet sent or not yet acknowledged.
         if (ioctl(fd, TIOCOUTQ, &queued) < 0) {
-            basaltPrintLog(pu::log::kError, pu::log::kSocket, "%s: ioctl error",
-                           "uSocketWaitSendDataConfirmed");
+            pu::log::error(pu::log::kSocket, "%s: ioctl error", "uSocketWaitSendDataConfirmed");
             return -1;
         }
         if (queued <= 0) {

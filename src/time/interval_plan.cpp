@@ -11,6 +11,7 @@
 
 #include <platform_os.h>
 
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 #include "time/timer_limits.hpp"
@@ -46,7 +47,7 @@ enum PlanEvent : std::uint32_t {
     kComplete = 4,
 };
 
-struct uIntervalPlan {
+struct Plan {
     std::int32_t id;
     std::int32_t count; // runs still to start
     std::int32_t interval;
@@ -56,7 +57,7 @@ struct uIntervalPlan {
     uIntervalPlanCallback cb;
 };
 #if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(uIntervalPlan) == 28, "the plan record is 28 bytes on 32-bit targets");
+static_assert(sizeof(Plan) == 28, "the plan record is 28 bytes on 32-bit targets");
 #endif
 
 struct CallbackCell {
@@ -78,20 +79,15 @@ struct Service {
 };
 
 Service &service() {
-    static Service instance;
-    return instance;
-}
-
-void logLine(int level, const char *format, const char *function) {
-    basaltPrintLog(level, pu::log::kIntervalPlan, format, function);
+    return pu::core::immortal<Service>();
 }
 
 std::int32_t cbMissing(const char *action) {
-    logLine(pu::log::kError, "%s, cb unregisted!", action);
+    pu::log::error(pu::log::kIntervalPlan, "%s, cb unregisted!", action);
     return -1;
 }
 
-bool hasTimer(const uIntervalPlan *plan) {
+bool hasTimer(const Plan *plan) {
     return plan->timerId != kNoTimer && plan->timerId != 0;
 }
 
@@ -105,25 +101,25 @@ void callbackTrampoline(void *argument) {
     uFree(cell);
 }
 
-std::int32_t uIntervalPlanAsyncCall(uIntervalPlanCallback cb, std::int32_t code, std::int32_t id) {
+std::int32_t callAsync(uIntervalPlanCallback cb, std::int32_t code, std::int32_t id) {
     auto *cell = static_cast<CallbackCell *>(uMalloc(sizeof(CallbackCell)));
     if (cell == nullptr) {
-        logLine(pu::log::kError, "%s, malloc failed!", "uIntervalPlanAsyncCall");
+        pu::log::error(pu::log::kIntervalPlan, "%s, malloc failed!", "uIntervalPlanAsyncCall");
         return -1;
     }
     *cell = CallbackCell{cb, code, id};
     return uAsyncCall(callbackTrampoline, cell);
 }
 
-bool queueCallback(const uIntervalPlan *plan, std::int32_t code) {
-    return plan->cb != nullptr && uIntervalPlanAsyncCall(plan->cb, code, plan->id) == 0;
+bool queueCallback(const Plan *plan, std::int32_t code) {
+    return plan->cb != nullptr && callAsync(plan->cb, code, plan->id) == 0;
 }
 
-void uIntervalPlanTimeout(void *argument) {
+void planTimedOut(void *argument) {
     uIntervalPlanStart(static_cast<std::int32_t>(reinterpret_cast<std::intptr_t>(argument)));
 }
 
-void dropTimer(uIntervalPlan *plan) {
+void dropTimer(Plan *plan) {
     if (hasTimer(plan)) {
         uTimerDel(static_cast<std::uint32_t>(plan->timerId));
     }
@@ -131,15 +127,15 @@ void dropTimer(uIntervalPlan *plan) {
 }
 
 // Called with the mutex held, so the list cannot change under the search.
-void removePlan(uIntervalPlan *plan) {
+void removePlan(Plan *plan) {
     uList *plans = service().plans.load();
     uIdReleaseModuleUniqueId(kIdModule, plan->id);
     uListRemoveAndFree(plans, uListPosGetByElement(plans, plan), nullptr);
 }
 
-uIntervalPlan *findPlan(uList *plans, std::int32_t id) {
+Plan *findPlan(uList *plans, std::int32_t id) {
     for (std::int32_t pos = 0; uListEol(plans, pos) == 0; ++pos) {
-        auto *plan = static_cast<uIntervalPlan *>(uListGet(plans, pos));
+        auto *plan = static_cast<Plan *>(uListGet(plans, pos));
         if (plan != nullptr && plan->id == id) {
             return plan;
         }
@@ -153,7 +149,7 @@ uIntervalPlan *findPlan(uList *plans, std::int32_t id) {
 // queued is logged under the action's name and the plan stays as it was.
 template <typename Change>
 std::int32_t notifyThen(void *argument, std::int32_t code, const char *action, Change change) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
+    auto *plan = static_cast<Plan *>(argument);
     if (plan == nullptr) {
         return -1;
     }
@@ -164,7 +160,7 @@ std::int32_t notifyThen(void *argument, std::int32_t code, const char *action, C
     return 0;
 }
 
-void startRun(uIntervalPlan *plan) {
+void startRun(Plan *plan) {
     // A start by hand while waiting makes the waiting timer pointless; left armed it could
     // start a later wait early.
     dropTimer(plan);
@@ -174,32 +170,32 @@ void startRun(uIntervalPlan *plan) {
     plan->count -= 1;
 }
 
-void stopWaiting(uIntervalPlan *plan) {
+void stopWaiting(Plan *plan) {
     dropTimer(plan);
     removePlan(plan);
 }
 
-int32_t uIntervalPlanStartProcess(void *argument) {
+int32_t startPlan(void *argument) {
     return notifyThen(argument, U_INTERVAL_PLAN_STARTED, "uIntervalPlanStartProcess", startRun);
 }
 
-int32_t uIntervalPlanRuning2PauseProcess(void *argument) {
+int32_t runningToPaused(void *argument) {
     return notifyThen(argument, U_INTERVAL_PLAN_PAUSED, "uIntervalPlanRuning2PauseProcess",
-                      [](uIntervalPlan *plan) { plan->state = kRunningPaused; });
+                      [](Plan *plan) { plan->state = kRunningPaused; });
 }
 
-int32_t uIntervalPlanWaiting2StopProcess(void *argument) {
+int32_t waitingToStopped(void *argument) {
     return notifyThen(argument, U_INTERVAL_PLAN_STOPPED, "uIntervalPlanWaiting2StopProcess",
                       stopWaiting);
 }
 
-int32_t uIntervalPlanRuning2StopProcess(void *argument) {
+int32_t runningToStopped(void *argument) {
     return notifyThen(argument, U_INTERVAL_PLAN_STOPPED, "uIntervalPlanRuning2StopProcess",
                       removePlan);
 }
 
-int32_t uIntervalPlanRuning2FinishProcess(void *argument) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
+int32_t runningToFinished(void *argument) {
+    auto *plan = static_cast<Plan *>(argument);
     if (plan == nullptr) {
         return -1;
     }
@@ -210,7 +206,7 @@ int32_t uIntervalPlanRuning2FinishProcess(void *argument) {
     }
     // The wait starts even when the callback cannot be queued: the run is over either way.
     plan->timerId = static_cast<std::int32_t>(uTimerAddSec(
-        uIntervalPlanTimeout, planArgument(plan->id), static_cast<std::uint32_t>(plan->interval)));
+        planTimedOut, planArgument(plan->id), static_cast<std::uint32_t>(plan->interval)));
     plan->state = kWaiting;
     if (!queueCallback(plan, U_INTERVAL_PLAN_RUN_FINISHED)) {
         return cbMissing("uIntervalPlanRuning2FinishProcess");
@@ -218,8 +214,8 @@ int32_t uIntervalPlanRuning2FinishProcess(void *argument) {
     return 0;
 }
 
-int32_t uIntervalPlanWaiting2PauseProcess(void *argument) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
+int32_t waitingToPaused(void *argument) {
+    auto *plan = static_cast<Plan *>(argument);
     if (plan == nullptr) {
         return -1;
     }
@@ -234,28 +230,27 @@ int32_t uIntervalPlanWaiting2PauseProcess(void *argument) {
 
 // Re-arms what was left of a paused wait. With nothing left the plan stays paused; it can only
 // be deleted then.
-std::int32_t resumeWaiting(uIntervalPlan *plan) {
+std::int32_t resumeWaiting(Plan *plan) {
     if (plan->count == kUnlimited || plan->count > 0) {
         if (plan->lastTimerRemainTime < 1) {
-            basaltPrintLog(pu::log::kError, pu::log::kIntervalPlan,
-                           "%s, invaild lastTimerRemainTime:%d!",
+            pu::log::error(pu::log::kIntervalPlan, "%s, invaild lastTimerRemainTime:%d!",
                            "uIntervalPlanPause2ResumeProcess", plan->lastTimerRemainTime);
             return -1;
         }
         plan->timerId = static_cast<std::int32_t>(
-            uTimerAdd(uIntervalPlanTimeout, planArgument(plan->id), plan->lastTimerRemainTime));
+            uTimerAdd(planTimedOut, planArgument(plan->id), plan->lastTimerRemainTime));
     }
     plan->state = kWaiting;
     return 0;
 }
 
-int32_t uIntervalPlanPause2ResumeProcess(void *argument) {
-    auto *plan = static_cast<uIntervalPlan *>(argument);
+int32_t pausedToResumed(void *argument) {
+    auto *plan = static_cast<Plan *>(argument);
     if (plan != nullptr && plan->state == kWaitingPaused) {
         return resumeWaiting(plan);
     }
     return notifyThen(argument, U_INTERVAL_PLAN_RESUMED, "uIntervalPlanPause2ResumeProcess",
-                      [](uIntervalPlan *resumed) { resumed->state = kRunning; });
+                      [](Plan *resumed) { resumed->state = kRunning; });
 }
 
 struct Row {
@@ -266,20 +261,18 @@ struct Row {
 
 // Order matters only for duplicates, of which there are none. There is deliberately no row for
 // deleting an added plan: a plan that never started cannot be deleted.
-constexpr Row kRows[] = {
-    {kStart, kAdded, uIntervalPlanStartProcess},
-    {kStart, kWaiting, uIntervalPlanStartProcess},
-    {kDelete, kRunning, uIntervalPlanRuning2StopProcess},
-    {kDelete, kWaitingPaused, uIntervalPlanWaiting2StopProcess},
-    {kDelete, kRunningPaused, uIntervalPlanRuning2StopProcess},
-    {kDelete, kWaiting, uIntervalPlanWaiting2StopProcess},
-    {kDelete, kFinished, uIntervalPlanRuning2StopProcess},
-    {kResume, kWaitingPaused, uIntervalPlanPause2ResumeProcess},
-    {kResume, kRunningPaused, uIntervalPlanPause2ResumeProcess},
-    {kPause, kWaiting, uIntervalPlanWaiting2PauseProcess},
-    {kPause, kRunning, uIntervalPlanRuning2PauseProcess},
-    {kComplete, kRunning, uIntervalPlanRuning2FinishProcess},
-};
+constexpr Row kRows[] = {{kStart, kAdded, startPlan},
+                         {kStart, kWaiting, startPlan},
+                         {kDelete, kRunning, runningToStopped},
+                         {kDelete, kWaitingPaused, waitingToStopped},
+                         {kDelete, kRunningPaused, runningToStopped},
+                         {kDelete, kWaiting, waitingToStopped},
+                         {kDelete, kFinished, runningToStopped},
+                         {kResume, kWaitingPaused, pausedToResumed},
+                         {kResume, kRunningPaused, pausedToResumed},
+                         {kPause, kWaiting, waitingToPaused},
+                         {kPause, kRunning, runningToPaused},
+                         {kComplete, kRunning, runningToFinished}};
 
 uFsm *buildMachine() {
     uFsm *machine = uFsmCreate();
@@ -299,14 +292,14 @@ uFsm *buildMachine() {
 // Looks the plan up and runs the table's action for event in the plan's state.
 std::int32_t runEvent(const char *function, PlanEvent event, std::int32_t id) {
     if (id < 0) {
-        logLine(pu::log::kWarning, "%s, invaild param.", function);
+        pu::log::warning(pu::log::kIntervalPlan, "%s, invaild param.", function);
         return -1;
     }
     Service &svc = service();
     SemGuard guard(svc.mutex.load());
-    uIntervalPlan *plan = findPlan(svc.plans.load(), id);
+    Plan *plan = findPlan(svc.plans.load(), id);
     if (plan == nullptr) {
-        logLine(pu::log::kWarning, "%s, invaild task!", function);
+        pu::log::warning(pu::log::kIntervalPlan, "%s, invaild task!", function);
         return -1;
     }
     return uFsmExecute(svc.machine.load(), event, plan->state, plan);
@@ -368,19 +361,19 @@ int32_t uIntervalPlanAdd(int32_t count, int32_t interval, uIntervalPlanCallback 
     // A longer interval could not be armed when the plan starts waiting: refused here, where the
     // caller still learns of it, rather than waiting a wrapped time or for ever.
     if (cb == nullptr || count < 0 || interval < 0 || interval > pu::timer::kMaxDelaySeconds) {
-        logLine(pu::log::kWarning, "%s, invaild param.", "uIntervalPlanAdd");
+        pu::log::warning(pu::log::kIntervalPlan, "%s, invaild param.", "uIntervalPlanAdd");
         return -1;
     }
     Service &svc = service();
     SemGuard guard(svc.mutex.load());
     uList *plans = svc.plans.load();
     if (plans == nullptr) {
-        logLine(pu::log::kWarning, "%s, list not init!", "uIntervalPlanAdd");
+        pu::log::warning(pu::log::kIntervalPlan, "%s, list not init!", "uIntervalPlanAdd");
         return -1;
     }
-    auto *plan = static_cast<uIntervalPlan *>(uMalloc(sizeof(uIntervalPlan)));
+    auto *plan = static_cast<Plan *>(uMalloc(sizeof(Plan)));
     if (plan == nullptr) {
-        logLine(pu::log::kWarning, "%s, malloc failed!", "uIntervalPlanAdd");
+        pu::log::warning(pu::log::kIntervalPlan, "%s, malloc failed!", "uIntervalPlanAdd");
         return -1;
     }
     const std::int32_t id = uIdGetModuleAvailableUniqueId(kIdModule);
@@ -388,9 +381,9 @@ int32_t uIntervalPlanAdd(int32_t count, int32_t interval, uIntervalPlanCallback 
         uFree(plan);
         return -1;
     }
-    *plan = uIntervalPlan{id, count == 0 ? kUnlimited : count, interval, kNoTimer, 0, kAdded, cb};
+    *plan = Plan{id, count == 0 ? kUnlimited : count, interval, kNoTimer, 0, kAdded, cb};
     if (uListAppend(plans, plan) < 0) {
-        logLine(pu::log::kWarning, "%s, malloc failed!", "uIntervalPlanAdd");
+        pu::log::warning(pu::log::kIntervalPlan, "%s, malloc failed!", "uIntervalPlanAdd");
         uIdReleaseModuleUniqueId(kIdModule, id);
         uFree(plan);
         return -1;

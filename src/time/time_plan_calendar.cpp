@@ -55,8 +55,8 @@ bool readTimeOfDay(const char *text, struct tm &tm) {
     const auto hour = static_cast<uint32_t>(items.value(0));
     const auto minute = static_cast<uint32_t>(items.value(1));
     if (hour > 24 || minute > 59) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan,
-                       "%s: the param of timeStr is out of range ", "uTimePlanTimeStringParse");
+        pu::log::info(pu::log::kTimePlan, "%s: the param of timeStr is out of range ",
+                      "uTimePlanTimeStringParse");
         return false;
     }
     uint32_t second = 0;
@@ -172,8 +172,8 @@ time_t uTimePlanTimeStringParse(const char *str, int32_t timeOnly) {
 
 time_t uTimePlanTimeCompose(const char *str, uint32_t repeatType, uint32_t repeatDate) {
     if (str == nullptr || str[0] == '\0' || !repeatDateFits(repeatType, repeatDate)) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: repeatType and repeatDate mismatch",
-                       "uTimePlanTimeCompose");
+        pu::log::info(pu::log::kTimePlan, "%s: repeatType and repeatDate mismatch",
+                      "uTimePlanTimeCompose");
         return -1;
     }
     if (repeatType == U_TIME_PLAN_ONCE) {

@@ -22,31 +22,31 @@ using pu::core::SemGuard;
 
 constexpr std::size_t kPauseTextSize = sizeof(uTimePlanPauseInfo{}.pauseEndTime);
 
-template <typename Fn> void forEachPlanOf(Service &s, const uTimePlanPauseGroup &group, Fn fn) {
+template <typename Fn> void forEachPlanOf(Service &s, const PauseGroup &group, Fn fn) {
     for (uListNode *node = s.plans->head; node != nullptr; node = node->next) {
-        auto *entry = static_cast<uTimePlanEntry *>(node->data);
+        auto *entry = static_cast<PlanEntry *>(node->data);
         if (belongsTo(*entry, group)) {
             fn(*entry);
         }
     }
 }
 
-void armPauseEnd(uTimePlanPause &pause, time_t now) {
+void armPauseEnd(PlanPause &pause, time_t now) {
     pause.timerId =
         uTimerAddSec(pauseEndFired, idArg(pause.id), timerSeconds(makeLocalTime(pause.endTm), now));
 }
 
-void uTimePlanModulePauseStart(Service &s, uTimePlanPause &pause, Deferred &later) {
-    uTimePlanPauseGroup &group = *pause.group;
+void startModulePause(Service &s, PlanPause &pause, Deferred &later) {
+    PauseGroup &group = *pause.group;
     pause.active = 1;
     ++group.pausedCount;
     armPauseEnd(pause, time(nullptr));
     if (group.pausedCount > 1) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: time plan has been paused",
-                       "uTimePlanModulePauseStart");
+        pu::log::info(pu::log::kTimePlan, "%s: time plan has been paused",
+                      "uTimePlanModulePauseStart");
         return;
     }
-    forEachPlanOf(s, group, [&later](uTimePlanEntry &entry) {
+    forEachPlanOf(s, group, [&later](PlanEntry &entry) {
         if (entry.state == kRunning) {
             entry.state = kWaiting;
             later.call(entry.info->endCb, entry.info->endArg);
@@ -56,29 +56,29 @@ void uTimePlanModulePauseStart(Service &s, uTimePlanPause &pause, Deferred &late
     });
 }
 
-void uTimePlanModulePauseEnd(Service &s, uTimePlanPause &pause, Deferred &later) {
-    uTimePlanPauseGroup &group = *pause.group;
+void endModulePause(Service &s, PlanPause &pause, Deferred &later) {
+    PauseGroup &group = *pause.group;
     pause.active = 0;
     pause.timerId = 0;
     if (group.pausedCount < 1) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: time plan has been resumed",
-                       "uTimePlanModulePauseEnd");
+        pu::log::info(pu::log::kTimePlan, "%s: time plan has been resumed",
+                      "uTimePlanModulePauseEnd");
         return;
     }
     if (--group.pausedCount > 0) {
         return;
     }
     // Marked as scheduled, so a plan resumed inside its period gets its start callback.
-    forEachPlanOf(s, group, [&later](uTimePlanEntry &entry) {
+    forEachPlanOf(s, group, [&later](PlanEntry &entry) {
         entry.info->scheduled = 1;
         recomputePeriod(entry);
         later.reschedule(entry.id);
     });
 }
 
-uTimePlanPause *findPauseIn(const uTimePlanPauseGroup &group, std::int32_t id) {
+PlanPause *findPauseIn(const PauseGroup &group, std::int32_t id) {
     for (uListNode *node = group.pauses->head; node != nullptr; node = node->next) {
-        auto *pause = static_cast<uTimePlanPause *>(node->data);
+        auto *pause = static_cast<PlanPause *>(node->data);
         if (pause->id == id) {
             return pause;
         }
@@ -86,9 +86,9 @@ uTimePlanPause *findPauseIn(const uTimePlanPauseGroup &group, std::int32_t id) {
     return nullptr;
 }
 
-uTimePlanPause *findPause(Service &s, std::int32_t id) {
+PlanPause *findPause(Service &s, std::int32_t id) {
     for (uListNode *node = s.groups->head; node != nullptr; node = node->next) {
-        uTimePlanPause *pause = findPauseIn(*static_cast<uTimePlanPauseGroup *>(node->data), id);
+        PlanPause *pause = findPauseIn(*static_cast<PauseGroup *>(node->data), id);
         if (pause != nullptr) {
             return pause;
         }
@@ -102,7 +102,7 @@ template <typename Fn> void withPause(std::int32_t id, Fn fn) {
     Deferred later;
     {
         SemGuard guard(s.mutex.load());
-        uTimePlanPause *pause = s.initialised.load() ? findPause(s, id) : nullptr;
+        PlanPause *pause = s.initialised.load() ? findPause(s, id) : nullptr;
         if (pause == nullptr) {
             return;
         }
@@ -111,14 +111,14 @@ template <typename Fn> void withPause(std::int32_t id, Fn fn) {
     later.run();
 }
 
-void releaseGroup(uTimePlanPauseGroup *group) {
+void releaseGroup(PauseGroup *group) {
     uListUninit(group->pauses);
     uFree(group->name);
     uFree(group);
 }
 
-uTimePlanPauseGroup *addGroup(Service &s, const char *name) {
-    auto *group = static_cast<uTimePlanPauseGroup *>(uMalloc(sizeof(uTimePlanPauseGroup)));
+PauseGroup *addGroup(Service &s, const char *name) {
+    auto *group = static_cast<PauseGroup *>(uMalloc(sizeof(PauseGroup)));
     if (group == nullptr) {
         return nullptr;
     }
@@ -138,18 +138,18 @@ bool parsePauseDay(const char (&field)[kPauseTextSize], struct tm &tm, const cha
     if (uStrParseDateToTm(text, &tm, 1) != 0) {
         return true;
     }
-    basaltPrintLog(pu::log::kDebug, pu::log::kTimePlan, "%s: %s [%s] parse ERROR",
-                   "uTimePlanPauseTimeCalculation", what, text);
+    pu::log::debug(pu::log::kTimePlan, "%s: %s [%s] parse ERROR", "uTimePlanPauseTimeCalculation",
+                   what, text);
     return false;
 }
 
-bool parsePauseDays(const uTimePlanPauseInfo &req, uTimePlanPause &pause) {
+bool parsePauseDays(const uTimePlanPauseInfo &req, PlanPause &pause) {
     if (!parsePauseDay(req.pauseStartTime, pause.startTm, "pauseStartTime") ||
         !parsePauseDay(req.pauseEndTime, pause.endTm, "pauseEndTime")) {
         return false;
     }
     if (uTimePlanTmCompare(&pause.startTm, &pause.endTm) > 0) {
-        basaltPrintLog(pu::log::kDebug, pu::log::kTimePlan,
+        pu::log::debug(pu::log::kTimePlan,
                        "%s: pauseStartTime[%.16s] greater than pauseEndTime[%.16s]",
                        "uTimePlanPauseTimeCalculation", req.pauseStartTime, req.pauseEndTime);
         return false;
@@ -158,13 +158,13 @@ bool parsePauseDays(const uTimePlanPauseInfo &req, uTimePlanPause &pause) {
 }
 
 // A new pause of group, listed and scheduled; its id, or -1.
-std::int32_t addPause(Service &s, uTimePlanPauseGroup &group, const uTimePlanPauseInfo &req,
+std::int32_t addPause(Service &s, PauseGroup &group, const uTimePlanPauseInfo &req,
                       Deferred &later) {
-    uTimePlanPause parsed{};
+    PlanPause parsed{};
     if (!parsePauseDays(req, parsed)) {
         return -1;
     }
-    auto *pause = static_cast<uTimePlanPause *>(uMalloc(sizeof(uTimePlanPause)));
+    auto *pause = static_cast<PlanPause *>(uMalloc(sizeof(PlanPause)));
     if (pause == nullptr) {
         return -1;
     }
@@ -184,29 +184,29 @@ bool pauseTypeSupported(std::int32_t type, const char *function) {
     if (type == 0) {
         return true;
     }
-    basaltPrintLog(pu::log::kError, pu::log::kTimePlan, "%s: pauseType not support", function);
+    pu::log::error(pu::log::kTimePlan, "%s: pauseType not support", function);
     return false;
 }
 
 } // namespace
 
-void timePlanPauseSchedule(Service &s, uTimePlanPause *pause, Deferred &later) {
+void timePlanPauseSchedule(Service &s, PlanPause *pause, Deferred &later) {
     const time_t now = time(nullptr);
     const time_t start = makeLocalTime(pause->startTm);
     if (now < start) {
         pause->timerId = uTimerAddSec(pauseStartFired, idArg(pause->id), timerSeconds(start, now));
     } else if (now < makeLocalTime(pause->endTm)) {
-        uTimePlanModulePauseStart(s, *pause, later);
+        startModulePause(s, *pause, later);
     }
     // A pause wholly in the past stays inert.
 }
 
 void reschedulePauses(Service &s, Deferred &later) {
     for (uListNode *node = s.groups->head; node != nullptr; node = node->next) {
-        auto *group = static_cast<uTimePlanPauseGroup *>(node->data);
+        auto *group = static_cast<PauseGroup *>(node->data);
         group->pausedCount = 0;
         for (uListNode *at = group->pauses->head; at != nullptr; at = at->next) {
-            auto *pause = static_cast<uTimePlanPause *>(at->data);
+            auto *pause = static_cast<PlanPause *>(at->data);
             pause->active = 0;
             uTimerDel(pause->timerId);
             pause->timerId = 0;
@@ -218,7 +218,7 @@ void reschedulePauses(Service &s, Deferred &later) {
 // A start timer that finds its pause already in force is a stale one (the pause was rescheduled
 // meanwhile); one that fires before the start only re-arms.
 void pauseStartFired(void *arg) {
-    withPause(argId(arg), [](Service &s, uTimePlanPause &pause, Deferred &later) {
+    withPause(argId(arg), [](Service &s, PlanPause &pause, Deferred &later) {
         if (pause.active == 0) {
             timePlanPauseSchedule(s, &pause, later);
         }
@@ -226,7 +226,7 @@ void pauseStartFired(void *arg) {
 }
 
 void pauseEndFired(void *arg) {
-    withPause(argId(arg), [](Service &s, uTimePlanPause &pause, Deferred &later) {
+    withPause(argId(arg), [](Service &s, PlanPause &pause, Deferred &later) {
         if (pause.active == 0) {
             return;
         }
@@ -234,7 +234,7 @@ void pauseEndFired(void *arg) {
         if (now < makeLocalTime(pause.endTm)) {
             armPauseEnd(pause, now); // a long pause is ended by a chain of timers
         } else {
-            uTimePlanModulePauseEnd(s, pause, later);
+            endModulePause(s, pause, later);
         }
     });
 }
@@ -264,7 +264,7 @@ int32_t uTimePlanPauseAdd(const uTimePlanPauseInfo *req) {
         if (!s.initialised.load()) {
             return -1;
         }
-        uTimePlanPauseGroup *group = timePlanGroupFind(s, 0, req->module);
+        PauseGroup *group = timePlanGroupFind(s, 0, req->module);
         if (group == nullptr) {
             group = addGroup(s, req->module);
         }
@@ -287,17 +287,16 @@ void uTimePlanPauseDel(const uTimePlanPauseInfo *req) {
     Deferred later;
     {
         SemGuard guard(s.mutex.load());
-        uTimePlanPauseGroup *group =
-            s.initialised.load() ? timePlanGroupFind(s, 0, req->module) : nullptr;
+        PauseGroup *group = s.initialised.load() ? timePlanGroupFind(s, 0, req->module) : nullptr;
         if (group == nullptr) {
             return;
         }
-        uTimePlanPause *pause = findPauseIn(*group, req->pauseId);
+        PlanPause *pause = findPauseIn(*group, req->pauseId);
         if (pause != nullptr) {
             uTimerDel(pause->timerId);
             (void)uListRemove(group->pauses, uListPosGetByElement(group->pauses, pause));
             if (pause->active != 0) {
-                uTimePlanModulePauseEnd(s, *pause, later);
+                endModulePause(s, *pause, later);
             }
             uIdReleaseModuleUniqueId(kIdModule, pause->id);
             uFree(pause);

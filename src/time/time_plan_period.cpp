@@ -62,8 +62,8 @@ bool periodWithinDay(time_t s, time_t e, uint32_t repeatType, time_t now, Period
 }
 
 void logComposeFailed() {
-    basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: startTime or endTime Compose failed",
-                   "timePlanTimeCalculation");
+    pu::log::info(pu::log::kTimePlan, "%s: startTime or endTime Compose failed",
+                  "timePlanTimeCalculation");
 }
 
 bool nextPeriod(const uTimePlanInfo &plan, Period &out) {

@@ -14,11 +14,11 @@
 namespace pu::timeplan {
 namespace {
 
-bool isOnce(const uTimePlanEntry &entry) {
+bool isOnce(const PlanEntry &entry) {
     return entry.info->repeatType == U_TIME_PLAN_ONCE;
 }
 
-void rearm(uTimePlanEntry &entry, time_t dueAt, time_t now) {
+void rearm(PlanEntry &entry, time_t dueAt, time_t now) {
     // A due time in the past gives a negative delay that the timer service refuses: such a plan
     // has no timer until a pause or a time change recomputes it.
     entry.timerId =
@@ -29,8 +29,7 @@ void rearm(uTimePlanEntry &entry, time_t dueAt, time_t now) {
 time_t timePlanDateZeroGet(time_t t) {
     struct tm tm {};
     if (t == -1 || !localTm(t, tm)) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: currentTime is -1 !",
-                       "timePlanDateZeroGet");
+        pu::log::info(pu::log::kTimePlan, "%s: currentTime is -1 !", "timePlanDateZeroGet");
         return -1;
     }
     return t - (tm.tm_hour * 3600 + tm.tm_min * 60 + tm.tm_sec);
@@ -40,7 +39,7 @@ enum class RangeStep { kDone, kWithEnd, kWithoutEnd };
 
 // The date range of a plan: before its first day the plan only steps on without callbacks; after
 // its last day a repeating plan's end is cut to midnight, so it steps on without callbacks too.
-RangeStep applyDateRange(uTimePlanEntry &entry, time_t now, time_t &s, time_t &e) {
+RangeStep applyDateRange(PlanEntry &entry, time_t now, time_t &s, time_t &e) {
     const uTimePlanInfo &info = *entry.info;
     if (e == 0) {
         e = s;
@@ -70,7 +69,7 @@ RangeStep applyDateRange(uTimePlanEntry &entry, time_t now, time_t &s, time_t &e
 }
 
 // A new random start within the period [start, end) of the next occurrence.
-time_t redrawRandomStart(uTimePlanEntry &entry) {
+time_t redrawRandomStart(PlanEntry &entry) {
     time_t span = entry.end - entry.start;
     if (entry.end < entry.start) {
         span += kSecondsPerDay;
@@ -80,7 +79,7 @@ time_t redrawRandomStart(uTimePlanEntry &entry) {
     return s;
 }
 
-void processWithEnd(Service &s, uTimePlanEntry &entry, time_t now, time_t start, time_t end,
+void processWithEnd(Service &s, PlanEntry &entry, time_t now, time_t start, time_t end,
                     Deferred &later) {
     uTimePlanInfo &info = *entry.info;
     uTimerDel(entry.timerId);
@@ -114,8 +113,7 @@ void processWithEnd(Service &s, uTimePlanEntry &entry, time_t now, time_t start,
 
 // The start callback of a plan without an end runs only when its timer is served in the very
 // second of the start; a late timer skips that occurrence.
-void processWithoutEnd(Service &s, uTimePlanEntry &entry, time_t now, time_t start,
-                       Deferred &later) {
+void processWithoutEnd(Service &s, PlanEntry &entry, time_t now, time_t start, Deferred &later) {
     uTimePlanInfo &info = *entry.info;
     uTimerDel(entry.timerId);
     entry.timerId = 0;
@@ -139,7 +137,7 @@ void processWithoutEnd(Service &s, uTimePlanEntry &entry, time_t now, time_t sta
 } // namespace
 
 void processLocked(Service &s, std::int32_t id, Deferred &later) {
-    uTimePlanEntry *entry = findPlan(s, id);
+    PlanEntry *entry = findPlan(s, id);
     if (entry == nullptr || heldByPause(s, *entry)) {
         return;
     }

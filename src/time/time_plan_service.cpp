@@ -10,6 +10,7 @@
 #include <utimer.h>
 #include <uuniqueid.h>
 
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 
@@ -35,7 +36,7 @@ template <typename T> void pushNoThrow(std::vector<T> &items, const T &item) {
     }
 }
 
-void releaseEntry(uTimePlanEntry *entry) {
+void releaseEntry(PlanEntry *entry) {
     if (entry->info != nullptr) {
         uFree(entry->info->pauseModule);
         uFree(entry->info);
@@ -46,7 +47,7 @@ void releaseEntry(uTimePlanEntry *entry) {
 // Recomputes every plan that is not held and notes it for rescheduling, in list order.
 void recomputeFreePlans(Service &s, Deferred &later) {
     for (uListNode *node = s.plans->head; node != nullptr; node = node->next) {
-        auto *entry = static_cast<uTimePlanEntry *>(node->data);
+        auto *entry = static_cast<PlanEntry *>(node->data);
         if (planIsHeld(s, *entry)) {
             continue;
         }
@@ -86,8 +87,8 @@ std::int32_t firstRandomOffset(time_t start, time_t end, time_t now) {
 }
 
 // A new entry with copies of info, or null when memory is short.
-uTimePlanEntry *newEntry(const uTimePlanInfo &info) {
-    auto *entry = static_cast<uTimePlanEntry *>(uMalloc(sizeof(uTimePlanEntry)));
+PlanEntry *newEntry(const uTimePlanInfo &info) {
+    auto *entry = static_cast<PlanEntry *>(uMalloc(sizeof(PlanEntry)));
     if (entry == nullptr) {
         return nullptr;
     }
@@ -109,9 +110,7 @@ uTimePlanEntry *newEntry(const uTimePlanInfo &info) {
 } // namespace
 
 Service &service() {
-    // Never destroyed: pool threads may still fire plan timers while the process exits.
-    static Service &instance = *new Service;
-    return instance;
+    return pu::core::immortal<Service>();
 }
 
 void Deferred::call(uTimePlanCallback callback, void *arg) {
@@ -133,12 +132,12 @@ void Deferred::run() {
     }
 }
 
-uTimePlanEntry *findPlan(Service &s, std::int32_t id) {
+PlanEntry *findPlan(Service &s, std::int32_t id) {
     if (s.plans == nullptr) {
         return nullptr;
     }
     for (uListNode *node = s.plans->head; node != nullptr; node = node->next) {
-        auto *entry = static_cast<uTimePlanEntry *>(node->data);
+        auto *entry = static_cast<PlanEntry *>(node->data);
         if (entry->id == id) {
             return entry;
         }
@@ -146,12 +145,12 @@ uTimePlanEntry *findPlan(Service &s, std::int32_t id) {
     return nullptr;
 }
 
-uTimePlanPauseGroup *timePlanGroupFind(Service &s, std::int32_t type, const char *name) {
+PauseGroup *timePlanGroupFind(Service &s, std::int32_t type, const char *name) {
     if (s.groups == nullptr || type != 0) {
         return nullptr;
     }
     for (uListNode *node = s.groups->head; node != nullptr; node = node->next) {
-        auto *group = static_cast<uTimePlanPauseGroup *>(node->data);
+        auto *group = static_cast<PauseGroup *>(node->data);
         if (uStrCaseEqual(group->name, name) != 0) {
             return group;
         }
@@ -159,22 +158,22 @@ uTimePlanPauseGroup *timePlanGroupFind(Service &s, std::int32_t type, const char
     return nullptr;
 }
 
-bool planIsHeld(Service &s, const uTimePlanEntry &entry) {
+bool planIsHeld(Service &s, const PlanEntry &entry) {
     if (entry.info == nullptr || entry.info->pauseModule == nullptr) {
         return false;
     }
-    const uTimePlanPauseGroup *group = timePlanGroupFind(s, 0, entry.info->pauseModule);
+    const PauseGroup *group = timePlanGroupFind(s, 0, entry.info->pauseModule);
     return group != nullptr && group->pausedCount > 0;
 }
 
-bool belongsTo(const uTimePlanEntry &entry, const uTimePlanPauseGroup &group) {
+bool belongsTo(const PlanEntry &entry, const PauseGroup &group) {
     return entry.info != nullptr && entry.info->pauseModule != nullptr && group.name != nullptr &&
            std::strcmp(entry.info->pauseModule, group.name) == 0;
 }
 
-bool heldByPause(Service &s, const uTimePlanEntry &entry) {
+bool heldByPause(Service &s, const PlanEntry &entry) {
     for (uListNode *node = s.groups->head; node != nullptr; node = node->next) {
-        const auto *group = static_cast<uTimePlanPauseGroup *>(node->data);
+        const auto *group = static_cast<PauseGroup *>(node->data);
         if (group->pausedCount > 0 && belongsTo(entry, *group)) {
             return true;
         }
@@ -182,7 +181,7 @@ bool heldByPause(Service &s, const uTimePlanEntry &entry) {
     return false;
 }
 
-void removePlan(Service &s, uTimePlanEntry *entry) {
+void removePlan(Service &s, PlanEntry *entry) {
     (void)uListRemove(s.plans, uListPosGetByElement(s.plans, entry));
     uIdReleaseModuleUniqueId(kIdModule, entry->id);
     releaseEntry(entry);
@@ -203,7 +202,7 @@ std::uint32_t timerSeconds(time_t dueAt, time_t now) {
                                                                      : seconds);
 }
 
-void recomputePeriod(uTimePlanEntry &entry) {
+void recomputePeriod(PlanEntry &entry) {
     time_t start = 0;
     time_t end = 0;
     // A plan whose period can no longer be composed keeps its times; the scheduler then ends or
@@ -240,15 +239,12 @@ extern "C" {
 void uTimePlanInit(void) {
     Service &s = service();
     if (s.initialised.load()) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: time plan is alreday init.",
-                       "uTimePlanInit");
+        pu::log::info(pu::log::kTimePlan, "%s: time plan is alreday init.", "uTimePlanInit");
         return;
     }
-    if (s.mutex.load() == 0) {
-        s.mutex.store(semMCreate(0));
-    }
     {
-        SemGuard guard(s.mutex.load());
+        // Two first inits racing here share one mutex.
+        SemGuard guard(pu::core::createMutexOnce(s.mutex));
         if (s.plans == nullptr) {
             s.plans = uListInit(0);
         }
@@ -265,15 +261,14 @@ void uTimePlanInit(void) {
 void uTimePlanUninit(void) {
     Service &s = service();
     if (!s.initialised.load()) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: time plan not init.",
-                       "uTimePlanUninit");
+        pu::log::info(pu::log::kTimePlan, "%s: time plan not init.", "uTimePlanUninit");
         return;
     }
     const SEM_ID mutex = s.mutex.load();
     {
         SemGuard guard(mutex);
         while (s.plans->size > 0) {
-            releaseEntry(static_cast<uTimePlanEntry *>(uListRemove(s.plans, 0)));
+            releaseEntry(static_cast<PlanEntry *>(uListRemove(s.plans, 0)));
         }
         uListUninit(s.plans);
         s.plans = nullptr;
@@ -289,8 +284,7 @@ void uTimePlanUninit(void) {
 int32_t uTimePlanAdd(const uTimePlanInfo *info) {
     Service &s = service();
     if (!s.initialised.load()) {
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimePlan, "%s: time plan is not init.",
-                       "uTimePlanAdd");
+        pu::log::info(pu::log::kTimePlan, "%s: time plan is not init.", "uTimePlanAdd");
         return 0;
     }
     time_t start = 0;
@@ -299,7 +293,7 @@ int32_t uTimePlanAdd(const uTimePlanInfo *info) {
         timePlanTimeCalculation(info, &start, &end) != 0) {
         return 0;
     }
-    uTimePlanEntry *entry = newEntry(*info);
+    PlanEntry *entry = newEntry(*info);
     if (entry == nullptr) {
         return 0;
     }
@@ -339,7 +333,7 @@ void uTimePlanDel(int32_t id) {
     void *endArg = nullptr;
     {
         SemGuard guard(s.mutex.load());
-        uTimePlanEntry *entry = s.initialised.load() ? findPlan(s, id) : nullptr;
+        PlanEntry *entry = s.initialised.load() ? findPlan(s, id) : nullptr;
         if (entry == nullptr) {
             return;
         }
@@ -358,7 +352,7 @@ void uTimePlanDel(int32_t id) {
 void uTimePlanStatusQuery(int32_t id, int32_t *status, time_t *start, time_t *end) {
     Service &s = service();
     SemGuard guard(s.mutex.load());
-    const uTimePlanEntry *entry = s.initialised.load() ? findPlan(s, id) : nullptr;
+    const PlanEntry *entry = s.initialised.load() ? findPlan(s, id) : nullptr;
     if (entry == nullptr) {
         if (status != nullptr) {
             *status = 0;

@@ -18,7 +18,7 @@ inline constexpr const char *kIdModule = "timePlanIdName";
 enum PlanState : std::int32_t { kRunning = 0, kWaiting = 1 };
 
 // One per plan, in the plan list.
-struct uTimePlanEntry {
+struct PlanEntry {
     std::int32_t id;
     std::uint32_t timerId; // 0: no timer
     std::int32_t state;    // PlanState
@@ -28,15 +28,15 @@ struct uTimePlanEntry {
     std::int32_t randomOffset;
 };
 
-struct uTimePlanPauseGroup {
+struct PauseGroup {
     std::int32_t type;
     char *name;
     std::int32_t pausedCount; // pauses of the group in force
-    uList *pauses;            // uTimePlanPause pointers
+    uList *pauses;            // PlanPause pointers
 };
 
-struct uTimePlanPause {
-    uTimePlanPauseGroup *group;
+struct PlanPause {
+    PauseGroup *group;
     struct tm startTm;
     struct tm endTm;
     std::int32_t id;
@@ -46,8 +46,8 @@ struct uTimePlanPause {
 
 #if UINTPTR_MAX == 0xFFFFFFFF
 static_assert(sizeof(uTimePlanInfo) == 132, "the plan description is 132 bytes on 32-bit targets");
-static_assert(sizeof(uTimePlanPauseGroup) == 16, "a pause group is 16 bytes on 32-bit targets");
-static_assert(sizeof(time_t) != 4 || sizeof(uTimePlanEntry) == 28,
+static_assert(sizeof(PauseGroup) == 16, "a pause group is 16 bytes on 32-bit targets");
+static_assert(sizeof(time_t) != 4 || sizeof(PlanEntry) == 28,
               "a plan entry is 28 bytes with a 32-bit time_t");
 #endif
 
@@ -56,8 +56,8 @@ struct Service {
     // anything to lock at all.
     std::atomic<SEM_ID> mutex{0};
     std::atomic<bool> initialised{false};
-    uList *plans = nullptr;  // uTimePlanEntry pointers, under mutex
-    uList *groups = nullptr; // uTimePlanPauseGroup pointers, under mutex
+    uList *plans = nullptr;  // PlanEntry pointers, under mutex
+    uList *groups = nullptr; // PauseGroup pointers, under mutex
 };
 
 Service &service();
@@ -88,26 +88,26 @@ class Deferred {
 
 // ---- Plans (the caller holds the plan mutex unless said otherwise) -----------------------
 
-uTimePlanEntry *findPlan(Service &s, std::int32_t id);
+PlanEntry *findPlan(Service &s, std::int32_t id);
 
 // The group named pauseModule (type 0, ignoring case), or null.
-uTimePlanPauseGroup *timePlanGroupFind(Service &s, std::int32_t type, const char *name);
+PauseGroup *timePlanGroupFind(Service &s, std::int32_t type, const char *name);
 
 // True while the plan's group (found ignoring case) has a pause in force: such a plan is not
 // scheduled when added or when the time changes.
-bool planIsHeld(Service &s, const uTimePlanEntry &entry);
+bool planIsHeld(Service &s, const PlanEntry &entry);
 
 // True when the plan's pauseModule is exactly the name of group. Pauses end and resume exactly
 // these plans.
-bool belongsTo(const uTimePlanEntry &entry, const uTimePlanPauseGroup &group);
+bool belongsTo(const PlanEntry &entry, const PauseGroup &group);
 
 // True while a group that the plan belongs to has a pause in force: the plan was held by that
 // pause and keeps no timer, so a timer callback already on its way must not re-arm it.
-bool heldByPause(Service &s, const uTimePlanEntry &entry);
+bool heldByPause(Service &s, const PlanEntry &entry);
 
 // Removes the entry from the plan list and releases it, its copy and its id. Its timer is the
 // caller's business.
-void removePlan(Service &s, uTimePlanEntry *entry);
+void removePlan(Service &s, PlanEntry *entry);
 
 // The scheduler: decides from the current time whether the plan starts, runs on or ends, queues
 // the due callback in later and arms the plan's next timer. Once plans that are over are removed.
@@ -129,12 +129,12 @@ std::int32_t argId(void *arg);
 std::uint32_t timerSeconds(time_t dueAt, time_t now);
 
 // Sets the plan's start and end to its next period seen from now; kept when none can be had.
-void recomputePeriod(uTimePlanEntry &entry);
+void recomputePeriod(PlanEntry &entry);
 
 // ---- Pauses ---------------------------------------------------------------------------------
 
 // Arms the pause's start, starts it at once when it has begun, or leaves it inert when over.
-void timePlanPauseSchedule(Service &s, uTimePlanPause *pause, Deferred &later);
+void timePlanPauseSchedule(Service &s, PlanPause *pause, Deferred &later);
 
 // Cancels every pause and schedules it again from the current time.
 void reschedulePauses(Service &s, Deferred &later);

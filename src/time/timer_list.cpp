@@ -1,5 +1,6 @@
 // The timer list: a delta list of pool records under the timer mutex. Adding, deleting,
 // refreshing and querying timers, arming the device wake-up, and expiring the head.
+#include "core/lazy.hpp"
 #include "core/checked_size.hpp"
 #include "time/timer_service.hpp"
 
@@ -17,8 +18,7 @@
 namespace pu::timer {
 
 Service &service() {
-    static auto &instance = *new Service;
-    return instance;
+    return pu::core::immortal<Service>();
 }
 
 namespace {
@@ -35,8 +35,8 @@ std::int32_t asSigned(std::uint32_t value) {
     return static_cast<std::int32_t>(value);
 }
 
-uTimerNode *recordOf(const uListNode *node) {
-    return static_cast<uTimerNode *>(node->data);
+TimerNode *recordOf(const uListNode *node) {
+    return static_cast<TimerNode *>(node->data);
 }
 
 // The timer list has no lock of its own; every walk below runs under the timer mutex, so the
@@ -52,7 +52,7 @@ struct Position {
 };
 
 // Caller holds the timer mutex. The live entry with this id, or index -1.
-Position uTimerIndexGet(const Service &s, std::uint32_t id) {
+Position findTimer(const Service &s, std::uint32_t id) {
     std::int32_t index = 0;
     uListNode *prev = nullptr;
     for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
@@ -70,7 +70,7 @@ struct FirstWakeup {
 };
 
 // Caller holds the timer mutex. The earliest wake-up timer, or index -1 when there is none.
-FirstWakeup uTimerFirstWakeupGet(const Service &s) {
+FirstWakeup earliestWakeup(const Service &s) {
     std::int64_t sum = 0;
     std::int32_t index = 0;
     for (uListNode *node = firstNode(s); node != nullptr; node = node->next, ++index) {
@@ -82,7 +82,7 @@ FirstWakeup uTimerFirstWakeupGet(const Service &s) {
     return {};
 }
 
-void uTimerWakeUpArm(void *cell) {
+void armWakeUp(void *cell) {
     if (cell == nullptr) {
         return;
     }
@@ -99,22 +99,22 @@ void armWakeUpLater(std::int32_t delayMs) {
         return;
     }
     *cell = static_cast<std::uint32_t>(delayMs);
-    uAsyncCall(uTimerWakeUpArm, cell);
+    uAsyncCall(armWakeUp, cell);
 }
 
 // Caller holds the timer mutex. Links record into the list by its delay, before every entry
 // that expires at the same time or later: among equal expiries the newest fires first, on
 // purpose. Arms the device wake-up when record becomes the earliest wake-up timer. Returns the
 // list size after the insertion, or -1 (the list is then unchanged).
-std::int32_t uTimerListInsert(Service &s, uTimerNode *record) {
+std::int32_t insertTimer(Service &s, TimerNode *record) {
     const std::int32_t delay = asSigned(low32(record->delta));
     std::uint32_t sum = 0; // expiry of the entry before the current one
     std::int32_t firstWake = -1;
     std::int32_t index = 0;
     uListNode *prev = nullptr;
-    uTimerNode *successor = nullptr;
+    TimerNode *successor = nullptr;
     for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
-        uTimerNode *entry = recordOf(node);
+        TimerNode *entry = recordOf(node);
         if (firstWake == -1 && entry->wakeup != 0) {
             firstWake = index;
         }
@@ -148,7 +148,7 @@ std::int32_t uTimerListInsert(Service &s, uTimerNode *record) {
 // Caller holds the timer mutex. Unlinks the entry at at, handing its delay on to its successor
 // so the later timers keep their expiry, and returns its record to the pool.
 void removeTimer(Service &s, const Position &at) {
-    uTimerNode *record = recordOf(at.node);
+    TimerNode *record = recordOf(at.node);
     if (at.node->next != nullptr) {
         record->callback = nullptr;
         record->id = 0;
@@ -183,12 +183,12 @@ void startService(std::int32_t count, bool explicitCall) {
     std::lock_guard lock(s.startMutex);
     if (s.started.load(std::memory_order_relaxed)) {
         if (explicitCall) {
-            basaltPrintLog(pu::log::kInfo, pu::log::kTimer, "uTimer is already initialized.\n");
+            pu::log::info(pu::log::kTimer, "uTimer is already initialized.\n");
         }
         return;
     }
     const std::int32_t blocks = std::max(count, kMinPoolBlocks);
-    basaltPrintLog(pu::log::kInfo, pu::log::kTimer, "uTimer initialize.");
+    pu::log::info(pu::log::kTimer, "uTimer initialize.");
     s.powerHandle.store(osaSmRegisterApp("utils timer", uTimerHeartBeat),
                         std::memory_order_relaxed);
     s.mutex = semMCreate(0);
@@ -197,13 +197,13 @@ void startService(std::int32_t count, bool explicitCall) {
 
     // U_BM_HEAP_SIZE's product, checked: a huge count on a 32-bit build must not wrap.
     void *memory = pu::core::allocate(pu::core::checkedMul(
-        static_cast<std::size_t>(blocks), sizeof(uTimerNode) + U_BM_BLOCK_OVERHEAD));
+        static_cast<std::size_t>(blocks), sizeof(TimerNode) + U_BM_BLOCK_OVERHEAD));
     if (memory != nullptr) {
-        uBmInitHeap(&s.pool, static_cast<std::uint32_t>(blocks), sizeof(uTimerNode), memory);
+        uBmInitHeap(&s.pool, static_cast<std::uint32_t>(blocks), sizeof(TimerNode), memory);
         s.hasPool = true;
     } else {
         // The service runs on without a pool: every add fails.
-        basaltPrintLog(pu::log::kError, pu::log::kTimer, "Malloc timer pool failed.");
+        pu::log::error(pu::log::kTimer, "Malloc timer pool failed.");
     }
     startTimerTask();
     s.started.store(true, std::memory_order_release);
@@ -217,7 +217,7 @@ void ensureStarted() {
     }
 }
 
-void runTimers(std::int32_t elapsedMs, std::vector<uTimerNode *> &batch) {
+void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
     ensureStarted();
     Service &s = service();
     batch.clear();
@@ -227,7 +227,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<uTimerNode *> &batch) {
         SemGuard guard(s.mutex);
         std::int64_t rest = elapsedMs;
         while (uListNode *head = firstNode(s)) {
-            uTimerNode *record = recordOf(head);
+            TimerNode *record = recordOf(head);
             const std::int64_t left = record->delta - rest;
             if (left >= 1) {
                 record->delta = left;
@@ -256,7 +256,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<uTimerNode *> &batch) {
             uBmFree(pu::core::listRemoveAfter(s.timers, nullptr));
         }
         if (wakeupExpired) {
-            next = uTimerFirstWakeupGet(s);
+            next = earliestWakeup(s);
         }
     }
     const int handle = s.powerHandle.load(std::memory_order_relaxed);
@@ -265,7 +265,7 @@ void runTimers(std::int32_t elapsedMs, std::vector<uTimerNode *> &batch) {
     }
     // The power manager counts the application active only while a wake-up timer's callback is
     // being queued, not while it runs; intended.
-    for (uTimerNode *record : batch) {
+    for (TimerNode *record : batch) {
         if (record->wakeup != 0) {
             osaSmAddActiveApp(handle, 1);
         }
@@ -301,10 +301,10 @@ uint32_t uTimerAddWithOptions(uTimerCallback callback, void *arg, int64_t delayM
     std::int32_t listSize = 0;
     {
         SemGuard guard(s.mutex);
-        auto *record = static_cast<uTimerNode *>(uBmAlloc(poolOf(s)));
+        auto *record = static_cast<TimerNode *>(uBmAlloc(poolOf(s)));
         if (record != nullptr) {
-            *record = uTimerNode{delayMs, callback, arg, takeNextId(s), options};
-            if (uTimerListInsert(s, record) < 0) {
+            *record = TimerNode{delayMs, callback, arg, takeNextId(s), options};
+            if (insertTimer(s, record) < 0) {
                 uBmFree(record);
                 return 0;
             }
@@ -312,8 +312,7 @@ uint32_t uTimerAddWithOptions(uTimerCallback callback, void *arg, int64_t delayM
         }
         listSize = uListSize(s.timers);
     }
-    basaltPrintLog(pu::log::kError, pu::log::kTimer, "timer malloc failed! timerListSize=%d\n",
-                   listSize);
+    pu::log::error(pu::log::kTimer, "timer malloc failed! timerListSize=%d\n", listSize);
     return 0;
 }
 
@@ -342,14 +341,14 @@ void uTimerDel(uint32_t id) {
     std::int64_t dueMs = 0;
     {
         SemGuard guard(s.mutex);
-        const Position at = uTimerIndexGet(s, id);
+        const Position at = findTimer(s, id);
         if (at.index < 0) {
             return;
         }
         const bool wasWakeup = recordOf(at.node)->wakeup != 0;
         removeTimer(s, at);
         if (wasWakeup) {
-            const FirstWakeup next = uTimerFirstWakeupGet(s);
+            const FirstWakeup next = earliestWakeup(s);
             if (next.index < 0) {
                 wake = WakeUp::cancel;
             } else if (next.index >= at.index) {
@@ -373,21 +372,21 @@ void uTimerRefresh(uint32_t id, int32_t delayMs) {
     }
     Service &s = service();
     SemGuard guard(s.mutex);
-    const Position at = uTimerIndexGet(s, id);
+    const Position at = findTimer(s, id);
     if (at.index < 0) {
         return;
     }
     // The new record is taken before the old one is returned, so a full pool refuses the
     // refresh and leaves the timer as it was.
-    auto *fresh = static_cast<uTimerNode *>(uBmAlloc(poolOf(s)));
+    auto *fresh = static_cast<TimerNode *>(uBmAlloc(poolOf(s)));
     if (fresh == nullptr) {
         return;
     }
-    const uTimerNode *old = recordOf(at.node);
-    *fresh = uTimerNode{delayMs, old->callback, old->arg, old->id, old->wakeup};
+    const TimerNode *old = recordOf(at.node);
+    *fresh = TimerNode{delayMs, old->callback, old->arg, old->id, old->wakeup};
     removeTimer(s, at);
     // A wake-up timer refreshed to a later time leaves the armed device wake-up where it was.
-    if (uTimerListInsert(s, fresh) < 0) {
+    if (insertTimer(s, fresh) < 0) {
         uBmFree(fresh);
     }
 }
@@ -413,7 +412,7 @@ uint32_t uTimerRemainGet(uint32_t id) {
 }
 
 void uTimerShow(void) {
-    basaltPrintLog(pu::log::kInfo, pu::log::kTimer, "%s: tick=[%lu]", "uTimerShow", tickGet());
+    pu::log::info(pu::log::kTimer, "%s: tick=[%lu]", "uTimerShow", tickGet());
     if (!isStarted()) {
         return;
     }
@@ -422,13 +421,13 @@ void uTimerShow(void) {
     std::int64_t sum = 0;
     for (uListNode *node = firstNode(s); node != nullptr; node = node->next) {
         sum += recordOf(node)->delta;
-        basaltPrintLog(pu::log::kInfo, pu::log::kTimer, "id=[%d] expires=[%d]",
-                       static_cast<int>(recordOf(node)->id), static_cast<int>(sum));
+        pu::log::info(pu::log::kTimer, "id=[%d] expires=[%d]", static_cast<int>(recordOf(node)->id),
+                      static_cast<int>(sum));
     }
 }
 
 void uTimerRun(int32_t elapsedMs) {
-    std::vector<uTimerNode *> batch;
+    std::vector<TimerNode *> batch;
     runTimers(elapsedMs, batch);
 }
 

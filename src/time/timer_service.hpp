@@ -17,7 +17,7 @@ namespace pu::timer {
 
 // One pool block per timer. delta is the delay after the expiry of the entry before it (for the
 // head: after the last pass). id 0 marks a dead record.
-struct uTimerNode {
+struct TimerNode {
     std::int64_t delta;
     uTimerCallback callback;
     void *arg;
@@ -25,15 +25,15 @@ struct uTimerNode {
     std::uint32_t wakeup; // options word; non-zero: a wake-up timer
 };
 #if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(uTimerNode) == 24, "the timer record is 24 bytes on 32-bit targets");
+static_assert(sizeof(TimerNode) == 24, "the timer record is 24 bytes on 32-bit targets");
 #endif
 
 // A timer bound to a calendar time by uTimerEventAdd.
-struct uTimerEventEntry {
+struct TimerEvent {
     std::uint32_t wallTime;
     std::uint32_t timerId;
 };
-static_assert(sizeof(uTimerEventEntry) == 8, "the event-timer entry is two 32-bit words");
+static_assert(sizeof(TimerEvent) == 8, "the event-timer entry is two 32-bit words");
 
 inline constexpr std::int32_t kMinPoolBlocks = 300;
 inline constexpr std::uint32_t kZoneOffsetUnread = 0xFFFFFFFF;
@@ -45,11 +45,11 @@ struct Service {
     std::atomic<bool> started{false};
 
     SEM_ID mutex = 0;        // the timer mutex: list, pool, next id, event timers, last resync
-    uList *timers = nullptr; // uTimerNode pointers in expiry order; no lock of its own
+    uList *timers = nullptr; // TimerNode pointers in expiry order; no lock of its own
     uBm pool{};
     bool hasPool = false;
     std::uint32_t nextId = 1;
-    uList *eventTimers = nullptr; // uTimerEventEntry pointers, created on the first event timer
+    uList *eventTimers = nullptr; // TimerEvent pointers, created on the first event timer
     std::uint32_t lastResync = 0; // calendar seconds of the last re-synchronisation
 
     // Published before the rest, since the power manager may beat during start-up.
@@ -74,6 +74,6 @@ void startTimerTask();
 
 // Advances the list by elapsedMs and hands on what expired. batch is scratch space, kept by the
 // caller so the task reuses its capacity from pass to pass.
-void runTimers(std::int32_t elapsedMs, std::vector<uTimerNode *> &batch);
+void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch);
 
 } // namespace pu::timer

@@ -9,6 +9,7 @@
 
 #include <platform_os.h>
 
+#include "core/lazy.hpp"
 #include "core/sem_lock.hpp"
 
 #include <condition_variable>
@@ -36,8 +37,7 @@ struct Passes {
 };
 
 Passes &passes() {
-    static auto &instance = *new Passes;
-    return instance;
+    return pu::core::immortal<Passes>();
 }
 
 constexpr std::uint64_t kNoPass = ~std::uint64_t{0};
@@ -93,8 +93,8 @@ UpTime readUpTime() {
     return now;
 }
 
-int uTimerTask(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
-               intptr_t, intptr_t) {
+int timerTask(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t,
+              intptr_t, intptr_t) {
     const SEM_ID tick = semBCreate(0, SEM_EMPTY);
     UpTime previous = readUpTime();
     markTaskReady(tick);
@@ -103,7 +103,7 @@ int uTimerTask(intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intptr_t, intpt
     }
     std::uint32_t carryUs = 0;
     std::uint32_t accumulatedMs = 0;
-    std::vector<uTimerNode *> batch;
+    std::vector<TimerNode *> batch;
     for (;;) {
         semTake(tick, WAIT_FOREVER);
         markPassStarted();
@@ -165,8 +165,8 @@ std::uint32_t forwardMs(const UpTime &from, const UpTime &to, std::uint32_t &rem
 } // namespace
 
 void startTimerTask() {
-    const TASK_ID task = taskSpawn(kTaskName, kTaskPriority, 0, kTaskStackBytes, uTimerTask, 0, 0,
-                                   0, 0, 0, 0, 0, 0, 0, 0);
+    const TASK_ID task = taskSpawn(kTaskName, kTaskPriority, 0, kTaskStackBytes, timerTask, 0, 0, 0,
+                                   0, 0, 0, 0, 0, 0, 0);
     if (task == 0) {
         return;
     }

@@ -52,7 +52,7 @@ bool wallClockFollowedTimers(const Service &s, std::uint32_t now, std::uint32_t 
 void resynchronise(Service &s, std::uint32_t now) {
     std::int32_t pos = 0;
     while (uListEol(s.eventTimers, pos) == 0) {
-        auto *entry = static_cast<uTimerEventEntry *>(uListGet(s.eventTimers, pos));
+        auto *entry = static_cast<TimerEvent *>(uListGet(s.eventTimers, pos));
         if (uTimerRemainGet(entry->timerId) < kResyncMinRemainMs) {
             uListRemove(s.eventTimers, pos);
             uFree(entry);
@@ -74,8 +74,7 @@ uint32_t uTimerEventAdd(uTimerCallback callback, void *arg, uint32_t wallTime) {
     // unrelated delay: refused instead of firing at a wrong time.
     const std::int64_t secondsAhead = std::int64_t{wallTime} - std::int64_t{now};
     if (secondsAhead > pu::timer::kMaxDelaySeconds || secondsAhead < -pu::timer::kMaxDelaySeconds) {
-        basaltPrintLog(pu::log::kWarning, pu::log::kTimer, "%s: wall time out of range \n",
-                       "uTimerEventAdd");
+        pu::log::warning(pu::log::kTimer, "%s: wall time out of range \n", "uTimerEventAdd");
         return 0;
     }
     ensureStarted();
@@ -88,14 +87,14 @@ uint32_t uTimerEventAdd(uTimerCallback callback, void *arg, uint32_t wallTime) {
             return 0;
         }
     }
-    auto *entry = static_cast<uTimerEventEntry *>(uMalloc(sizeof(uTimerEventEntry)));
+    auto *entry = static_cast<TimerEvent *>(uMalloc(sizeof(TimerEvent)));
     if (entry == nullptr) {
-        basaltPrintLog(pu::log::kWarning, pu::log::kTimer, "%s: malloc error \n", "uTimerEventAdd");
+        pu::log::warning(pu::log::kTimer, "%s: malloc error \n", "uTimerEventAdd");
         return 0;
     }
     const std::uint32_t id = uTimerAddSecWithWakeup(callback, arg, wallTime - now);
     // Kept even without a timer (a time already past); the next re-synchronisation drops it.
-    *entry = uTimerEventEntry{wallTime, id};
+    *entry = TimerEvent{wallTime, id};
     if (uListAppend(s.eventTimers, entry) < 0) {
         uFree(entry);
     }

@@ -196,7 +196,7 @@ bool validState(const uXmlParserAmpState *state) {
 }
 
 void logEscapeFailure(int32_t reason) {
-    basaltPrintLog(pu::log::kError, pu::log::kXmlParser, "%s: parser fail, reason=[%d].",
+    pu::log::error(pu::log::kXmlParser, "%s: parser fail, reason=[%d].",
                    "uXmlParserProcessXmlBufferWithAmp", reason);
 }
 
@@ -264,7 +264,7 @@ int32_t uXmlParserProcessXmlBufferWithAmp(const char *input, int32_t inputLength
     }
     const int64_t needed = escapedBound(inputLength, ampersands, state);
     if (*capacity < needed && !growOutput(output, capacity, needed)) {
-        basaltPrintLog(pu::log::kError, pu::log::kXmlParser, "%s: Memory reallocation failed.",
+        pu::log::error(pu::log::kXmlParser, "%s: Memory reallocation failed.",
                        "uXmlParserProcessXmlBufferWithAmp");
         return -1;
     }

@@ -20,10 +20,6 @@ constexpr int32_t kReadBufferSize = 2048;
 constexpr int32_t kEscapeBufferSize = 2457;
 constexpr int kNoParse = XML_STATUS_ERROR;
 
-template <typename... Args> void logXml(int level, const char *format, Args... args) {
-    basaltPrintLog(level, pu::log::kXmlParser, format, args...);
-}
-
 int32_t clampedLength(std::size_t length) {
     // A length the escaping step cannot take fails there like an empty document.
     return length > static_cast<std::size_t>(std::numeric_limits<int32_t>::max())
@@ -138,7 +134,7 @@ void closeParser(XML_Parser parser, int lastStatus) {
 
 bool descriptorArgumentsValid(const char *function, int32_t fd, uXmlReadFn readFn, void *user) {
     if (fd < 1 || readFn == nullptr || user == nullptr) {
-        logXml(pu::log::kError, "%s: param error.", function);
+        pu::log::error(pu::log::kXmlParser, "%s: param error.", function);
         return false;
     }
     return true;
@@ -164,12 +160,12 @@ class DescriptorParse {
                     XML_CharacterDataHandler chars, XML_EndElementHandler end)
         : read_(kReadBufferSize) {
         if (!read_.allocated() || !escaped_.allocated()) {
-            logXml(pu::log::kError, "%s: buf uMalloc error.", function);
+            pu::log::error(pu::log::kXmlParser, "%s: buf uMalloc error.", function);
             return;
         }
         parser_ = openParser(user, start, chars, end);
         if (parser_ == nullptr) {
-            logXml(pu::log::kError, "%s: xml parse create failed.", function);
+            pu::log::error(pu::log::kXmlParser, "%s: xml parse create failed.", function);
         }
     }
     ~DescriptorParse() {
@@ -198,8 +194,9 @@ class DescriptorParse {
     // Returns -1 after logging, when the parse failed or read nothing; else 0.
     int32_t result(const char *function, int32_t totalRead, bool failed) const {
         if (failed || totalRead <= 0) {
-            logXml(pu::log::kError, "%s: Parse xml error totalRead[%d] or parserResult[%d].",
-                   function, totalRead, lastStatus_);
+            pu::log::error(pu::log::kXmlParser,
+                           "%s: Parse xml error totalRead[%d] or parserResult[%d].", function,
+                           totalRead, lastStatus_);
             return -1;
         }
         return 0;
@@ -277,18 +274,18 @@ int32_t uXmlParseFromBuf(const char *text, const char *trailer, void *user,
                          uXmlEndElementHandler end) {
     constexpr const char *kName = "uXmlParseFromBuf";
     if (text == nullptr || user == nullptr) {
-        logXml(pu::log::kError, "%s: param error.", kName);
+        pu::log::error(pu::log::kXmlParser, "%s: param error.", kName);
         return -1;
     }
     XML_Parser parser = openParser(user, start, chars, end);
     if (parser == nullptr) {
-        logXml(pu::log::kError, "%s: xml parse create failed.", kName);
+        pu::log::error(pu::log::kXmlParser, "%s: xml parse create failed.", kName);
         return -1;
     }
     const int32_t length = lengthWithoutTrailer(text, trailer);
     RepairFeed escaped;
     if (!escaped.allocated()) {
-        logXml(pu::log::kError, "%s: buf uMalloc error.", kName);
+        pu::log::error(pu::log::kXmlParser, "%s: buf uMalloc error.", kName);
         // The map entry stays behind here, still naming the parser freed below.
         XML_ParserFree(parser);
         return -1;
@@ -296,7 +293,7 @@ int32_t uXmlParseFromBuf(const char *text, const char *trailer, void *user,
     const int status = escaped.parse(parser, text, length, true);
     closeParser(parser, status);
     if (status == kNoParse) {
-        logXml(pu::log::kError, "parse xml error parserResult[%d].", 0);
+        pu::log::error(pu::log::kXmlParser, "parse xml error parserResult[%d].", 0);
         return -1;
     }
     return 0;
@@ -350,7 +347,7 @@ int32_t uXmlParseFromFdWithDigestAndBreak(int32_t fd, int32_t totalLength, uXmlR
     }
     Md5 md5;
     if (!md5.started()) {
-        logXml(pu::log::kError, "%s: MD5_Init error.", kName);
+        pu::log::error(pu::log::kXmlParser, "%s: MD5_Init error.", kName);
         return -1;
     }
     DescriptorParse parse(kName, user, start, chars, end);
@@ -365,7 +362,7 @@ int32_t uXmlParseFromFdWithDigestAndBreak(int32_t fd, int32_t totalLength, uXmlR
         std::memset(buffer, 0, kReadBufferSize);
         const int32_t wanted = plan.nextRequest();
         const int32_t count = readSome(readFn, fd, buffer, wanted);
-        logXml(pu::log::kDebug, "%s: readLen:%d !!!.", kName, count);
+        pu::log::debug(pu::log::kXmlParser, "%s: readLen:%d !!!.", kName, count);
         const bool last = plan.requestIsLast(wanted) || count < wanted;
         const int32_t usable = plan.usable(wanted, count);
         if (digest != nullptr && usable > 0) {
@@ -378,13 +375,13 @@ int32_t uXmlParseFromFdWithDigestAndBreak(int32_t fd, int32_t totalLength, uXmlR
             break;
         }
         if (last || status == kNoParse) {
-            logXml(pu::log::kInfo, "%s: XML_Parse :%s Or Read Finished :%d !!!.", kName,
-                   status == kNoParse ? "error" : "ok", last ? 1 : 0);
+            pu::log::info(pu::log::kXmlParser, "%s: XML_Parse :%s Or Read Finished :%d !!!.", kName,
+                          status == kNoParse ? "error" : "ok", last ? 1 : 0);
             failed = status == kNoParse;
             break;
         }
         if (shouldContinue != nullptr && shouldContinue(user) == 0) {
-            logXml(pu::log::kInfo, "%s: Break Parseing !!!.", kName);
+            pu::log::info(pu::log::kXmlParser, "%s: Break Parseing !!!.", kName);
             break;
         }
         if (usable <= 0) {

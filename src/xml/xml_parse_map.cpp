@@ -5,13 +5,13 @@
 #include <umem.h>
 #include <uxmlparser.h>
 
+#include "core/lazy.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 #include "xml/xml_parser.hpp"
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
 namespace {
 
@@ -37,16 +37,7 @@ std::atomic<uint32_t> gMapLock{0};
 uList *gMap = nullptr;
 
 uint32_t mapLock() {
-    uint32_t lock = gMapLock.load(std::memory_order_acquire);
-    if (lock != 0) {
-        return lock;
-    }
-    uint32_t created = semMCreate(0);
-    if (gMapLock.compare_exchange_strong(lock, created, std::memory_order_acq_rel)) {
-        return created;
-    }
-    (void)semDelete(created); // another thread won; use its lock
-    return lock;
+    return pu::core::createMutexOnce(gMapLock);
 }
 
 template <typename Match> int32_t findItem(Match match) {
@@ -91,8 +82,8 @@ void setOwner(XML_Parser parser, Owner owner) {
 }
 
 void logResumeError(int32_t flag) {
-    basaltPrintLog(pu::log::kError, pu::log::kXmlParser, "%s, parse xml error parserResult[%d].",
-                   "uXmlParserPause", flag);
+    pu::log::error(pu::log::kXmlParser, "%s, parse xml error parserResult[%d].", "uXmlParserPause",
+                   flag);
 }
 
 // Runs a parser this caller has claimed. It goes back to nobody when suspended again; otherwise
@@ -108,6 +99,31 @@ int32_t resumeClaimed(XML_Parser parser, int32_t flag) {
         logResumeError(flag);
         return -1;
     }
+    return 0;
+}
+
+constexpr int32_t kBusy = -2;
+
+// Caller holds the map lock. Stops the target parse (suspend) and returns the result, or claims a
+// suspended parser for the caller to resume and sets claimed. kBusy when the parser is still
+// running (a handler resuming its own parse, another thread's parse) or being resumed by someone
+// else: its owner finishes and frees it.
+int32_t stopOrClaim(void *user, int32_t suspend, XML_Parser &claimed) {
+    if (gMap == nullptr || uListSize(gMap) <= 0) {
+        return -1;
+    }
+    MapItem *target = pauseTarget(user);
+    if (target == nullptr) {
+        return -1;
+    }
+    if (suspend != 0) {
+        return XML_StopParser(target->parser, XML_TRUE);
+    }
+    if (target->owner != Owner::Nobody) {
+        return kBusy;
+    }
+    target->owner = Owner::Resuming;
+    claimed = target->parser;
     return 0;
 }
 
@@ -162,30 +178,21 @@ int32_t uXmlParserPause(void *user, int32_t suspend) {
     if (user == nullptr) {
         return -1;
     }
-    pu::core::SemMutex mutex(mapLock());
-    std::unique_lock lock(mutex);
-    if (gMap == nullptr || uListSize(gMap) <= 0) {
-        return -1;
+    XML_Parser claimed = nullptr;
+    int32_t result = -1;
+    {
+        pu::core::SemGuard guard(mapLock());
+        result = stopOrClaim(user, suspend, claimed);
     }
-    MapItem *target = pauseTarget(user);
-    if (target == nullptr) {
-        return -1;
+    if (claimed != nullptr) {
+        // Resuming runs the caller's handlers, which must not run under the map lock.
+        return resumeClaimed(claimed, suspend);
     }
-    XML_Parser parser = target->parser;
-    if (suspend != 0) {
-        return XML_StopParser(parser, XML_TRUE);
-    }
-    if (target->owner != Owner::Nobody) {
-        // Still running (a handler resuming its own parse, another thread's parse) or being
-        // resumed by someone else: its owner finishes and frees it.
-        lock.unlock();
+    if (result == kBusy) {
         logResumeError(suspend);
         return -1;
     }
-    target->owner = Owner::Resuming;
-    // Resuming runs the caller's handlers, which must not run under the map lock.
-    lock.unlock();
-    return resumeClaimed(parser, suspend);
+    return result;
 }
 
 void uXmlParserStop(void *user) {
