@@ -18,13 +18,9 @@
 
 namespace {
 
+using pu::test::AllocCase;
 using pu::test::AllocSteps;
 using pu::test::FailAlloc;
-
-struct AllocCase {
-    const char *name;
-    std::function<void(const FailAlloc &)> run;
-};
 
 int gHandled = 0;
 int countCall(void *) {
@@ -112,12 +108,7 @@ const AllocCase kCases[] = {
 
 class CoreAllocFailure : public testing::TestWithParam<AllocCase> {};
 
-TEST_P(CoreAllocFailure, FailsCleanlyAndStaysUsable) {
-    EXPECT_GT(pu::test::sweepAllocFailures(GetParam().run), 0U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, CoreAllocFailure, testing::ValuesIn(kCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+PU_ALLOC_FAILURE_SWEEP(CoreAllocFailure, kCases);
 
 // Queues, block pools and id maps work in caller memory: they never allocate.
 TEST(CoreAllocFailure, QueuesPoolsAndMapsDoNotAllocate) {

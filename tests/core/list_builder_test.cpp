@@ -5,31 +5,14 @@
 #include <platform_utils.h>
 
 #include "core/list_internal.hpp"
+#include "fail_alloc.hpp"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
-
-namespace {
-
-// When positive, the uMalloc call that brings it to zero fails.
-std::atomic<int> gFailingAllocation{0};
-
-} // namespace
-
-// The allocator of this test program, the library included (the dynamic linker prefers the
-// executable's definition): it behaves as the library's own until a failure is armed, and only
-// the builder tests arm one.
-extern "C" void *uMalloc(uint32_t size) {
-    if (gFailingAllocation.load() > 0 && gFailingAllocation.fetch_sub(1) == 1) {
-        return nullptr;
-    }
-    return std::calloc(size, 1);
-}
 
 namespace {
 
@@ -79,8 +62,9 @@ TEST(ListBuilder, AppendsInOrderAtTheTailAndRefusesCleanly) {
             if (*p == '0') {
                 result = builder.append(nullptr);
             } else if (*p == '!') {
-                gFailingAllocation = 1;
+                const pu::test::FailAlloc fault(1);
                 result = builder.append(letter('F'));
+                EXPECT_TRUE(fault.hit());
             } else {
                 result = builder.append(letter(*p));
             }
@@ -95,7 +79,6 @@ TEST(ListBuilder, AppendsInOrderAtTheTailAndRefusesCleanly) {
                 EXPECT_EQ(builder.tail()->next, nullptr);
             }
         }
-        gFailingAllocation = 0;
         const std::string after = c.after;
         EXPECT_EQ(contents(list), after);
         EXPECT_EQ(uListSize(list), static_cast<int32_t>(after.size()));

