@@ -58,7 +58,8 @@ void initialise() {
     gInitialised.store(true, std::memory_order_release);
 }
 
-// A filled record, ready to be published in a slot, or null when it cannot be allocated.
+// A filled record, ready to be published in a slot, or null when it or its copy of the name
+// cannot be allocated (the set then fails whole, as for the record itself).
 StatusRecord *newRecord(const char *name, std::uint32_t value, const pu::hash::NameKeys &keys) {
     auto *record = static_cast<StatusRecord *>(uMalloc(sizeof(StatusRecord)));
     if (record != nullptr) {
@@ -66,6 +67,10 @@ StatusRecord *newRecord(const char *name, std::uint32_t value, const pu::hash::N
         record->value = value;
         record->key1 = keys.key1;
         record->key2 = keys.key2;
+        if (record->name == nullptr && name != nullptr && name[0] != '\0') {
+            uFree(record);
+            return nullptr;
+        }
     }
     return record;
 }

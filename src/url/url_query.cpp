@@ -259,10 +259,10 @@ void uParaUrlUnInit(uList *list) {
     uListUninit(list);
 }
 
+// Pair by pair, allocating nothing, so releasing a list cannot fail half-way and leak it.
 void uParaUrlDelete(uList *list) {
-    if (list != nullptr) {
-        uListSpecialClear(list,
-                          [](void *pair) { urlParaQueryFree(static_cast<UParaUrlPair *>(pair)); });
+    while (auto *pair = static_cast<UParaUrlPair *>(uListRemove(list, 0))) {
+        urlParaQueryFree(pair);
     }
 }
 

@@ -35,7 +35,11 @@ const AllocCase kCases[] = {
          }
          char *text = cJSON_Print_Oneline(obj);
          if (!steps.failed(text == nullptr)) {
-             EXPECT_EQ(uParaGetInt(text, -1, 1, "n"), 5);
+             // Reading parses the text again, which may be refused memory too: then def.
+             const int32_t n = uParaGetInt(text, -1, 1, "n");
+             if (!steps.failed(n == -1)) {
+                 EXPECT_EQ(n, 5);
+             }
          }
          uFree(text);
          uParaFree(obj);

@@ -64,7 +64,10 @@ template <typename... Args> void PrintTo(const AllocCaseOf<Args...> &row, std::o
 // A case whose operation reports a failure itself: op returns true when it did, which must be
 // exactly when the refused allocation was one of its own. op checks a success itself.
 inline AllocCase reportingCase(const char *name, std::function<bool()> op) {
-    return {name, [op = std::move(op)](const FailAlloc &fault) { EXPECT_EQ(op(), fault.hit()); }};
+    return {name, [op = std::move(op)](const FailAlloc &fault) {
+                const bool reported = op(); // before asking whether the failure was hit
+                EXPECT_EQ(reported, fault.hit());
+            }};
 }
 
 // Sweeps one case; an operation that never allocates proves nothing, so it fails.

@@ -80,8 +80,10 @@ const TimeCase kCases[] = {
          uTimePlanInfo info = planInfo("08:00", "09:00", 1, 7);
          char group[] = "alloc";
          info.pauseModule = group;
+         // 0 is the failure value. Only the device wake-up of the plan's timer may be lost
+         // without one, as for any timer.
          const std::int32_t id = uTimePlanAdd(&info);
-         EXPECT_EQ(id == 0, fault.hit());
+         EXPECT_TRUE(id != 0 || fault.hit());
          if (id == 0) {
              const std::int32_t again = uTimePlanAdd(&info);
              ASSERT_GT(again, 0);
@@ -95,11 +97,14 @@ const TimeCase kCases[] = {
     {"TimePlanPauseAdd",
      [](TimeAllocFailure &, const FailAlloc &fault) {
          LogCapture quiet;
+         AllocSteps steps(fault);
          const uTimePlanPauseInfo req = pauseRequest("2026-11-25", "2026-11-26");
          const std::int32_t id = uTimePlanPauseAdd(&req);
-         EXPECT_EQ(id < 0, fault.hit());
+         steps.failed(id < 0);
          const std::int32_t again = uTimePlanPauseAdd(&req);
-         EXPECT_GT(again, 0);
+         if (!steps.failed(again < 0)) {
+             EXPECT_GT(again, 0);
+         }
          deletePause(id);
          deletePause(again);
      }},
