@@ -115,9 +115,12 @@ TEST(CoreAllocFailure, QueuesPoolsAndMapsDoNotAllocate) {
     const std::uint64_t before = pu::test::allocCalls();
     uQm queue;
     uQmInit(&queue);
-    int element = 0;
-    uQmEnq(&queue, &element);
-    EXPECT_EQ(uQmDeq(&queue), &element);
+    struct {
+        void *link; // the queue's link word, just before the element
+        int element;
+    } item{};
+    uQmEnq(&queue, &item.element);
+    EXPECT_EQ(uQmDeq(&queue), &item.element);
     alignas(void *) std::array<unsigned char, 4 * (16 + 2 * sizeof(void *))> memory{};
     uBm pool;
     uBmInitHeap(&pool, 4, 16, memory.data());
