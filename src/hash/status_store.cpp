@@ -55,15 +55,18 @@ void initialise() {
     gInitialised.store(true, std::memory_order_release);
 }
 
-// A filled record, ready to be published in a slot, or null when it cannot be allocated.
+// A filled record, ready to be published in a slot, or null when it or its copy of the name
+// cannot be allocated (the set then fails whole, as for the record itself).
 StatusRecord *newRecord(const char *name, std::uint32_t value, const pu::hash::NameKeys &keys) {
     auto *record = static_cast<StatusRecord *>(uMalloc(sizeof(StatusRecord)));
     if (record == nullptr) {
         return nullptr;
     }
     record->name = uStrGetCopy(name);
-    if (name != nullptr && record->name == nullptr) {
-        uFree(record); // a record without its name could never be told apart in a dump
+    // uStrGetCopy gives no copy of an empty name; any other missing copy is memory running out,
+    // and a record without its name could never be told apart in a dump.
+    if (record->name == nullptr && name != nullptr && name[0] != '\0') {
+        uFree(record);
         return nullptr;
     }
     record->value = value;

@@ -80,18 +80,23 @@ int32_t uParaAddString(cJSON **obj, const char *key, const char *value) {
         return -1;
     }
     if (cJSON *member = cJSON_GetObjectItem(object, key); member != nullptr) {
+        // A referenced container would never free a string put into it; leave it alone.
+        if ((member->type & cJSON_IsReference) != 0 && member->child != nullptr) {
+            return 0;
+        }
+        // An empty value leaves a null string (uStrGetCopy treats "" as absent): intended. A
+        // copy that memory refuses fails the call and keeps the old string.
+        char *copy = uStrGetCopy(value);
+        if (copy == nullptr && value != nullptr && value[0] != '\0') {
+            return -1;
+        }
         if ((member->type & cJSON_IsReference) != 0) {
-            // A referenced container would never free a string put into it; leave it alone.
-            if (member->child != nullptr) {
-                return 0;
-            }
             // A referenced string is not ours to free; the member owns the copy from now on.
             member->type &= ~cJSON_IsReference;
         } else {
             cJSON_free(member->valuestring);
         }
-        // An empty value leaves a null string (uStrGetCopy treats "" as absent): intended.
-        member->valuestring = uStrGetCopy(value);
+        member->valuestring = copy;
         return 0;
     }
     return addResult(cJSON_AddStringToObject(object, key, value));

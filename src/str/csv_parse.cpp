@@ -19,15 +19,6 @@ bool isLineBreak(char c) {
     return c == '\r' || c == '\n';
 }
 
-// Appends text to the row; a text that could not be made, or its node, frees it and fails.
-bool appendField(pu::core::ListBuilder &row, char *text) {
-    if (text != nullptr && row.append(text) < 0) {
-        uFree(text);
-        return false;
-    }
-    return text != nullptr;
-}
-
 // The row list of the data parser, and what happens to a finished row. The list is lock-less
 // and ours alone except during the callback, so its nodes (uMalloc'd uListNode records, as the
 // list makes them) are recycled between rows and linked at the builder's tail: a field then
@@ -153,10 +144,10 @@ uList *uStrParseCsvRow(const char *row) {
         }
         // An unterminated quoted field is kept as it was written, opening quote included.
         // A row missing a field would shift every later column: no memory fails the whole row.
-        if (!appendField(builder, field.unterminated ? pu::str::ownedCopy(field.whole(text))
-                                                    : pu::str::csv::buildDataField(text, field))) {
-            uListSpecialClear(fields, nullptr);
-            uListUninit(fields);
+        if (!pu::str::appendOwned(builder, field.unterminated
+                                               ? pu::str::ownedCopy(field.whole(text))
+                                               : pu::str::csv::buildDataField(text, field))) {
+            pu::str::discardStrings(fields);
             return nullptr;
         }
         if (field.terminator == Terminator::End) {

@@ -1,9 +1,11 @@
 // Helpers shared by the string, conversion and CSV sources; nothing here is exported.
 #pragma once
 
+#include <ulist.h>
 #include <umem.h>
 
 #include "core/checked_size.hpp"
+#include "core/list_internal.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -32,6 +34,25 @@ constexpr std::string_view trimmed(std::string_view text, std::string_view blank
 // too long for uMalloc.
 inline char *ownedCopy(std::string_view text) {
     return pu::core::copyText(text);
+}
+
+// Appends text, a new uMalloc string, to a list being built. A text that could not be made, or
+// whose node cannot be, fails the append (and is released): a list missing an element would
+// shift every later one.
+inline bool appendOwned(pu::core::ListBuilder &list, char *text) {
+    if (text != nullptr && list.append(text) < 0) {
+        uFree(text);
+        return false;
+    }
+    return text != nullptr;
+}
+
+// Releases a list of uMalloc strings that could not be completed, allocating nothing.
+inline void discardStrings(uList *list) {
+    while (uListEol(list, 0) == 0) {
+        uFree(uListRemove(list, 0));
+    }
+    uListUninit(list);
 }
 
 // Builds a text inside a fixed buffer of size bytes that starts zeroed: appends are cut so that

@@ -49,14 +49,14 @@ uList *uStrSepIgnoreEmpty(const char *str, const char *delim, int32_t ignoreEmpt
     char *rest = copy.ptr;
     while (rest != nullptr) {
         const char *field = strsep(&rest, delim);
-        char *element = nullptr;
-        if (field[0] != '\0') {
-            element = uStrGetCopy(field);
-        } else if (ignoreEmpty == 0) {
-            element = static_cast<char *>(uMalloc(1));
+        if (field[0] == '\0' && ignoreEmpty != 0) {
+            continue;
         }
-        if (element != nullptr && builder.append(element) < 0) {
-            uFree(element);
+        // A field that cannot be copied fails the whole split, as a missing one would shift
+        // every later field.
+        if (!pu::str::appendOwned(builder, pu::str::ownedCopy(field))) {
+            pu::str::discardStrings(list);
+            return nullptr;
         }
     }
     if (uListSize(list) == 0) {

@@ -175,8 +175,19 @@ void stopWaiting(Plan *plan) {
     removePlan(plan);
 }
 
+// The run starts even when its callback cannot be queued: a plan left Added by a failed first
+// start could never be deleted.
 int32_t startPlan(void *argument) {
-    return notifyThen(argument, U_INTERVAL_PLAN_STARTED, "uIntervalPlanStartProcess", startRun);
+    auto *plan = static_cast<Plan *>(argument);
+    if (plan == nullptr) {
+        return -1;
+    }
+    const bool queued = queueCallback(plan, U_INTERVAL_PLAN_STARTED);
+    startRun(plan);
+    if (!queued) {
+        cbMissing("uIntervalPlanStartProcess");
+    }
+    return 0;
 }
 
 int32_t runningToPaused(void *argument) {

@@ -157,6 +157,17 @@ bool parsePauseDays(const uTimePlanPauseInfo &req, PlanPause &pause) {
     return true;
 }
 
+// Unlists pause, ends it when in force, and releases it with its id.
+void dropPause(Service &s, PauseGroup &group, PlanPause *pause, Deferred &later) {
+    uTimerDel(pause->timerId);
+    (void)uListRemove(group.pauses, uListPosGetByElement(group.pauses, pause));
+    if (pause->active != 0) {
+        endModulePause(s, *pause, later);
+    }
+    uIdReleaseModuleUniqueId(kIdModule, pause->id);
+    uFree(pause);
+}
+
 // A new pause of group, listed and scheduled; its id, or -1.
 std::int32_t addPause(Service &s, PauseGroup &group, const uTimePlanPauseInfo &req,
                       Deferred &later) {
@@ -176,7 +187,11 @@ std::int32_t addPause(Service &s, PauseGroup &group, const uTimePlanPauseInfo &r
         uFree(pause);
         return -1;
     }
-    timePlanPauseSchedule(s, pause, later);
+    // Without its timer the pause would never start, or never end.
+    if (!timePlanPauseSchedule(s, pause, later)) {
+        dropPause(s, group, pause, later);
+        return -1;
+    }
     return pause->id;
 }
 
@@ -190,15 +205,18 @@ bool pauseTypeSupported(std::int32_t type, const char *function) {
 
 } // namespace
 
-void timePlanPauseSchedule(Service &s, PlanPause *pause, Deferred &later) {
+bool timePlanPauseSchedule(Service &s, PlanPause *pause, Deferred &later) {
     const time_t now = time(nullptr);
     const time_t start = makeLocalTime(pause->startTm);
     if (now < start) {
         pause->timerId = uTimerAddSec(pauseStartFired, idArg(pause->id), timerSeconds(start, now));
-    } else if (now < makeLocalTime(pause->endTm)) {
-        startModulePause(s, *pause, later);
+        return pause->timerId != 0;
     }
-    // A pause wholly in the past stays inert.
+    if (now < makeLocalTime(pause->endTm)) {
+        startModulePause(s, *pause, later);
+        return pause->timerId != 0;
+    }
+    return true; // a pause wholly in the past stays inert
 }
 
 void reschedulePauses(Service &s, Deferred &later) {
@@ -291,15 +309,8 @@ void uTimePlanPauseDel(const uTimePlanPauseInfo *req) {
         if (group == nullptr) {
             return;
         }
-        PlanPause *pause = findPauseIn(*group, req->pauseId);
-        if (pause != nullptr) {
-            uTimerDel(pause->timerId);
-            (void)uListRemove(group->pauses, uListPosGetByElement(group->pauses, pause));
-            if (pause->active != 0) {
-                endModulePause(s, *pause, later);
-            }
-            uIdReleaseModuleUniqueId(kIdModule, pause->id);
-            uFree(pause);
+        if (PlanPause *pause = findPauseIn(*group, req->pauseId); pause != nullptr) {
+            dropPause(s, *group, pause, later);
         }
         if (uListSize(group->pauses) == 0) {
             (void)uListRemove(s.groups, uListPosGetByElement(s.groups, group));

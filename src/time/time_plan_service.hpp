@@ -134,7 +134,8 @@ void recomputePeriod(PlanEntry &entry);
 // ---- Pauses ---------------------------------------------------------------------------------
 
 // Arms the pause's start, starts it at once when it has begun, or leaves it inert when over.
-void timePlanPauseSchedule(Service &s, PlanPause *pause, Deferred &later);
+// False when the timer it needed could not be armed.
+bool timePlanPauseSchedule(Service &s, PlanPause *pause, Deferred &later);
 
 // Cancels every pause and schedules it again from the current time.
 void reschedulePauses(Service &s, Deferred &later);

@@ -69,36 +69,43 @@ bool isAcceptableHost(const char *host) {
     return sockIsValidAddr(host) != 0 || uParaUrlDomainCheck(host) == 1;
 }
 
+// How splitting an authority ended. Memory running out is no verdict on the host: the search
+// for a valid authority must stop there rather than try a longer, wrong one.
+enum class Split { Done, Invalid, NoMemory };
+
 // "[v6]" or "[v6]:port": the host keeps its brackets (so the URL rebuilds as it was) and is
 // valid when the address inside them is. A colon inside the brackets never starts the port.
-bool splitBracketedHost(std::string_view text, char **host, char **port) {
+Split splitBracketedHost(std::string_view text, char **host, char **port) {
     const std::size_t close = text.find(']');
     if (close == std::string_view::npos || (close + 1 < text.size() && text[close + 1] != ':')) {
-        return false;
+        return Split::Invalid;
     }
     char inner[64] = {};
     const std::string_view address = text.substr(1, close - 1);
     if (address.size() >= sizeof(inner)) {
-        return false;
+        return Split::Invalid;
     }
     std::memcpy(inner, address.data(), address.size());
     if (sockIsValidAddr(inner) == 0) {
-        return false;
+        return Split::Invalid;
     }
     *host = copyOf(text.substr(0, close + 1));
     if (*host != nullptr && close + 1 < text.size()) {
         *port = copyOf(text.substr(close + 2));
-        return *port != nullptr;
+        return *port != nullptr ? Split::Done : Split::NoMemory;
     }
-    return *host != nullptr;
+    return *host != nullptr ? Split::Done : Split::NoMemory;
 }
 
 // Host and port from the part after the user information.
-bool splitHostPart(std::string_view text, UStrUrlPara *rec) {
+Split splitHostPart(std::string_view text, UStrUrlPara *rec) {
     if (!text.empty() && text.front() == '[') {
         return splitBracketedHost(text, &rec->host, &rec->port);
     }
-    return splitAtLastColon(text, &rec->host, &rec->port) && isAcceptableHost(rec->host);
+    if (!splitAtLastColon(text, &rec->host, &rec->port)) {
+        return Split::NoMemory;
+    }
+    return isAcceptableHost(rec->host) ? Split::Done : Split::Invalid;
 }
 
 void freeAndClear(char **text) {
@@ -108,32 +115,34 @@ void freeAndClear(char **text) {
 
 // Splits "user:password@host:port" into the record: the last '@' ends the user part, and each
 // part is split at its last ':'. Fails, leaving no host, port, user or password behind, unless
-// the host is a valid address or host name.
-bool splitAuthority(std::string_view authority, UStrUrlPara *rec) {
+// the host is a valid address or host name and every part could be copied.
+Split splitAuthority(std::string_view authority, UStrUrlPara *rec) {
     const std::size_t at = authority.rfind('@');
     const std::string_view hostPart =
         at == std::string_view::npos ? authority : authority.substr(at + 1);
-    bool ok = splitHostPart(hostPart, rec);
-    if (ok && at != std::string_view::npos) {
-        ok = splitAtLastColon(authority.substr(0, at), &rec->user, &rec->password);
+    Split result = splitHostPart(hostPart, rec);
+    if (result == Split::Done && at != std::string_view::npos &&
+        !splitAtLastColon(authority.substr(0, at), &rec->user, &rec->password)) {
+        result = Split::NoMemory;
     }
-    if (!ok) {
+    if (result != Split::Done) {
         freeAndClear(&rec->host);
         freeAndClear(&rec->port);
         freeAndClear(&rec->user);
         freeAndClear(&rec->password);
     }
-    return ok;
+    return result;
 }
 
 // Finds the authority at the start of rest: it ends at the first '/', '?' or '#' before which
 // it holds a valid host, so an invalid host may take in a delimiter and go on; failing that it
-// is the whole of rest. Returns the length of the authority, or npos when none is valid.
+// is the whole of rest. Sets *length to the length of the authority; Invalid when none is
+// valid, NoMemory as soon as a split runs out of memory.
 //
 // A prefix whose host part (after its last '@') already holds a delimiter is not tried: such a
 // host is only valid as "scheme://name" or with the delimiter in its port, and then the prefix
 // ending at that first delimiter was valid already. This keeps long texts linear.
-std::size_t takeAuthority(std::string_view rest, UStrUrlPara *rec) {
+Split takeAuthority(std::string_view rest, UStrUrlPara *rec, std::size_t *length) {
     static constexpr pu::url::CharSet kDelimiters("/?#");
     std::size_t previous = std::string_view::npos;
     for (std::size_t end = kDelimiters.findIn(rest); end != std::string_view::npos;
@@ -141,12 +150,17 @@ std::size_t takeAuthority(std::string_view rest, UStrUrlPara *rec) {
         const bool hostHoldsDelimiter =
             previous != std::string_view::npos &&
             rest.substr(previous, end - previous).find('@') == std::string_view::npos;
-        if (!hostHoldsDelimiter && splitAuthority(rest.substr(0, end), rec)) {
-            return end;
+        if (!hostHoldsDelimiter) {
+            const Split result = splitAuthority(rest.substr(0, end), rec);
+            if (result != Split::Invalid) {
+                *length = end;
+                return result;
+            }
         }
         previous = end;
     }
-    return splitAuthority(rest, rec) ? rest.size() : std::string_view::npos;
+    *length = rest.size();
+    return splitAuthority(rest, rec);
 }
 
 // A new copy of the text between the first `open` and the next `close` after it. Returns false
@@ -217,8 +231,8 @@ bool parseInto(std::string_view text, UStrUrlPara *rec) {
         }
         text.remove_prefix(schemeEnd + 3);
     }
-    const std::size_t authorityLength = takeAuthority(text, rec);
-    if (authorityLength == std::string_view::npos) {
+    std::size_t authorityLength = 0;
+    if (takeAuthority(text, rec, &authorityLength) != Split::Done) {
         return false;
     }
     text.remove_prefix(authorityLength);

@@ -25,10 +25,21 @@ constexpr int32_t kEncodedKeySize = 64;
 constexpr int32_t kEncodedValueSize = 512;
 constexpr std::size_t kJoinedSize = 1024;
 
-// Encodes text for a query into buffer (size bytes), spaces written as '+'.
+// Encodes text for a query into buffer (size bytes), every "%20" then written as '+'. That only
+// shrinks the text, so it is done in place: no allocation that could fail and leave "%20".
 void encodeForQuery(const char *text, char *buffer, int32_t size) {
     uStrUrlEncodeComponent(U_STR_URL_QUERY, text, buffer, size);
-    uStrReplaceKey(buffer, size, "%20", "+");
+    constexpr std::string_view kSpace = "%20";
+    char *out = buffer;
+    for (const char *in = buffer; *in != '\0';) {
+        if (std::strncmp(in, kSpace.data(), kSpace.size()) == 0) {
+            *out++ = '+';
+            in += kSpace.size();
+        } else {
+            *out++ = *in++;
+        }
+    }
+    *out = '\0';
 }
 
 // Gives the pair with the (stored) key the value, or appends a new pair. Both strings are
@@ -117,9 +128,10 @@ char *joinPairs(uList *list, char sep) {
     return text;
 }
 
-// The value of key in query as a new decoded string, or null when absent. The key counts only
-// at the start of the query or right after '?' or sep, and only when '=' follows it directly.
-char *findValue(const char *query, const char *key, char sep) {
+// The value of key in query as a new decoded string, or null when absent or when memory runs
+// out (then *noMemory is set, when given). The key counts only at the start of the query or
+// right after '?' or sep, and only when '=' follows it directly.
+char *findValue(const char *query, const char *key, char sep, bool *noMemory = nullptr) {
     if (query == nullptr || key == nullptr || key[0] == '\0') {
         return nullptr;
     }
@@ -148,6 +160,8 @@ char *findValue(const char *query, const char *key, char sep) {
             char *copy = copyOf(value);
             if (copy != nullptr) {
                 pu::url::formDecode(copy, value.size());
+            } else if (noMemory != nullptr) {
+                *noMemory = true;
             }
             return copy;
         }
@@ -176,9 +190,11 @@ long long readLong(const char *query, const char *key, long long def, char sep) 
     return result;
 }
 
+// A value that is there but cannot be copied gives null, never the default in its place.
 char *readString(const char *query, const char *key, const char *def, char sep) {
-    char *value = findValue(query, key, sep);
-    return value != nullptr ? value : uStrGetCopy(def);
+    bool noMemory = false;
+    char *value = findValue(query, key, sep, &noMemory);
+    return value != nullptr || noMemory ? value : uStrGetCopy(def);
 }
 
 int32_t readBool(const char *query, const char *key, int32_t def, char sep) {
@@ -196,29 +212,37 @@ int32_t readBool(const char *query, const char *key, int32_t def, char sep) {
     return result;
 }
 
-// A decoded copy of part, null when it is empty or decodes to nothing.
-char *decodedPart(std::string_view part) {
+// A decoded copy of part, null when it is empty or decodes to nothing. Clears ok when memory
+// runs out.
+char *decodedPart(std::string_view part, bool &ok) {
     if (part.empty()) {
         return nullptr;
     }
     char *copy = copyOf(part);
-    if (copy != nullptr && pu::url::formDecode(copy, part.size()) == 0) {
+    if (copy == nullptr) {
+        ok = false;
+    } else if (pu::url::formDecode(copy, part.size()) == 0) {
         uFree(copy);
         return nullptr;
     }
     return copy;
 }
 
-// A pair for one "key=value" piece of a query; null when memory runs out.
+// A pair for one "key=value" piece of a query; null when memory runs out for any part of it.
 UParaUrlPair *pairFromPiece(std::string_view piece) {
     auto *pair = static_cast<UParaUrlPair *>(uMalloc(sizeof(UParaUrlPair)));
     if (pair == nullptr) {
         return nullptr;
     }
+    bool ok = true;
     const std::size_t equals = piece.find('=');
-    pair->key = decodedPart(piece.substr(0, equals));
+    pair->key = decodedPart(piece.substr(0, equals), ok);
     if (equals != std::string_view::npos) {
-        pair->value = decodedPart(piece.substr(equals + 1));
+        pair->value = decodedPart(piece.substr(equals + 1), ok);
+    }
+    if (!ok) {
+        urlParaQueryFree(pair);
+        return nullptr;
     }
     return pair;
 }
@@ -235,10 +259,10 @@ void uParaUrlUnInit(uList *list) {
     uListUninit(list);
 }
 
+// Pair by pair, allocating nothing, so releasing a list cannot fail half-way and leak it.
 void uParaUrlDelete(uList *list) {
-    if (list != nullptr) {
-        uListSpecialClear(list,
-                          [](void *pair) { urlParaQueryFree(static_cast<UParaUrlPair *>(pair)); });
+    while (auto *pair = static_cast<UParaUrlPair *>(uListRemove(list, 0))) {
+        urlParaQueryFree(pair);
     }
 }
 
@@ -335,13 +359,13 @@ uList *uParaUrlQuery(const char *query) {
         if (piece.empty()) {
             continue;
         }
+        // A list missing a pair, or a value, would read as a different query: memory running
+        // out fails the whole split.
         UParaUrlPair *pair = pairFromPiece(piece);
-        if (pair == nullptr) {
-            break; // keep what was split so far
-        }
-        if (builder.append(pair) < 0) {
+        if (pair == nullptr || builder.append(pair) < 0) {
             urlParaQueryFree(pair);
-            break;
+            uParaUrlQueryListDestroy(list);
+            return nullptr;
         }
     }
     return list;

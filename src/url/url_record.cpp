@@ -33,8 +33,8 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
 }
 
 // Cuts a ";tcp" or ";udp" suffix (any letter case) off an RTSP URL into *transport. Other text
-// after the last ';' stays where it is.
-std::string_view cutTransport(std::string_view url, char **transport) {
+// after the last ';' stays where it is. Clears ok when the suffix cannot be copied.
+std::string_view cutTransport(std::string_view url, char **transport, bool &ok) {
     if (!startsWithIgnoringCase(url, "rtsp")) {
         return url;
     }
@@ -48,7 +48,7 @@ std::string_view cutTransport(std::string_view url, char **transport) {
     if (!isTransport) {
         return url;
     }
-    *transport = pu::url::copyOf(suffix);
+    *transport = componentCopy(suffix, ok);
     return url.substr(0, semicolon);
 }
 
@@ -166,7 +166,11 @@ int32_t uParaUrlParse(const char *url, UParaUrlInfo **out) {
         return 0;
     }
     char *transport = nullptr;
-    const std::string_view text = cutTransport(url, &transport);
+    bool copied = true;
+    const std::string_view text = cutTransport(url, &transport, copied);
+    if (!copied) {
+        return 0; // a record without its transport would name another stream
+    }
     pu::url::ScratchText work(text.size() + 1);
     if (!work.ok()) {
         uFree(transport);

@@ -109,7 +109,8 @@ class RepairFeed {
     uXmlParserAmpState state_{};
 };
 
-// A parser wired to the caller's handlers and entered in the map.
+// A parser wired to the caller's handlers and entered in the map, or null. A parse that could
+// not be entered is not run: its handlers could neither pause nor stop it.
 XML_Parser openParser(void *user, XML_StartElementHandler start, XML_CharacterDataHandler chars,
                       XML_EndElementHandler end) {
     XML_Parser parser = XML_ParserCreate(nullptr);
@@ -119,7 +120,10 @@ XML_Parser openParser(void *user, XML_StartElementHandler start, XML_CharacterDa
     XML_SetElementHandler(parser, start, end);
     XML_SetCharacterDataHandler(parser, chars);
     XML_SetUserData(parser, user);
-    uXmlParserAddMapItem(parser, user);
+    if (!pu::io::xml::registerParser(parser, user)) {
+        XML_ParserFree(parser);
+        return nullptr;
+    }
     return parser;
 }
 
@@ -286,8 +290,8 @@ int32_t uXmlParseFromBuf(const char *text, const char *trailer, void *user,
     RepairFeed escaped;
     if (!escaped.allocated()) {
         pu::log::error(pu::log::kXmlParser, "%s: buf uMalloc error.", kName);
-        // The map entry stays behind here, still naming the parser freed below.
-        XML_ParserFree(parser);
+        // Leaves the map with the parser, so no pause or stop reaches a freed parser.
+        pu::io::xml::releaseParser(parser);
         return -1;
     }
     const int status = escaped.parse(parser, text, length, true);

@@ -141,17 +141,13 @@ void leaveSuspended(XML_Parser parser) {
     setOwner(parser, Owner::Nobody);
 }
 
-} // namespace pu::io::xml
-
-extern "C" {
-
-void uXmlParserAddMapItem(XML_Parser parser, void *user) {
+bool registerParser(XML_Parser parser, void *user) {
     if (parser == nullptr) {
-        return;
+        return false;
     }
     auto *item = static_cast<MapItem *>(uMalloc(sizeof(MapItem)));
     if (item == nullptr) {
-        return;
+        return false;
     }
     *item = {parser, user, Owner::Parse};
     pu::core::SemGuard guard(mapLock());
@@ -160,7 +156,17 @@ void uXmlParserAddMapItem(XML_Parser parser, void *user) {
     }
     if (gMap == nullptr || uListAppend(gMap, item) < 0) {
         uFree(item);
+        return false;
     }
+    return true;
+}
+
+} // namespace pu::io::xml
+
+extern "C" {
+
+void uXmlParserAddMapItem(XML_Parser parser, void *user) {
+    (void)pu::io::xml::registerParser(parser, user);
 }
 
 void uXmlParserDelMapItem(XML_Parser parser) {

@@ -14,6 +14,10 @@ static_assert(std::is_same_v<uXmlEndElementHandler, XML_EndElementHandler>);
 static_assert(std::is_same_v<uXmlCharacterDataHandler, XML_CharacterDataHandler>);
 static_assert(std::is_same_v<struct XML_ParserStruct *, XML_Parser>);
 
+// Enters parser in the map for user, so that uXmlParserPause and uXmlParserStop reach it.
+// False when memory runs out: the parser is then not entered.
+bool registerParser(XML_Parser parser, void *user);
+
 // Removes parser's map entry and frees it, under the map lock, so that a uXmlParserPause or
 // uXmlParserStop running on another thread never reaches a freed parser.
 void releaseParser(XML_Parser parser);

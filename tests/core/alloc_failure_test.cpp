@@ -18,13 +18,9 @@
 
 namespace {
 
+using pu::test::AllocCase;
 using pu::test::AllocSteps;
 using pu::test::FailAlloc;
-
-struct AllocCase {
-    const char *name;
-    std::function<void(const FailAlloc &)> run;
-};
 
 int gHandled = 0;
 int countCall(void *) {
@@ -112,21 +108,19 @@ const AllocCase kCases[] = {
 
 class CoreAllocFailure : public testing::TestWithParam<AllocCase> {};
 
-TEST_P(CoreAllocFailure, FailsCleanlyAndStaysUsable) {
-    EXPECT_GT(pu::test::sweepAllocFailures(GetParam().run), 0U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, CoreAllocFailure, testing::ValuesIn(kCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+PU_ALLOC_FAILURE_SWEEP(CoreAllocFailure, kCases);
 
 // Queues, block pools and id maps work in caller memory: they never allocate.
 TEST(CoreAllocFailure, QueuesPoolsAndMapsDoNotAllocate) {
     const std::uint64_t before = pu::test::allocCalls();
     uQm queue;
     uQmInit(&queue);
-    int element = 0;
-    uQmEnq(&queue, &element);
-    EXPECT_EQ(uQmDeq(&queue), &element);
+    struct {
+        void *link; // the queue's link word, just before the element
+        int element;
+    } item{};
+    uQmEnq(&queue, &item.element);
+    EXPECT_EQ(uQmDeq(&queue), &item.element);
     alignas(void *) std::array<unsigned char, 4 * (16 + 2 * sizeof(void *))> memory{};
     uBm pool;
     uBmInitHeap(&pool, 4, 16, memory.data());

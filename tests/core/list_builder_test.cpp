@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -63,6 +64,7 @@ TEST(ListBuilder, AppendsInOrderAtTheTailAndRefusesCleanly) {
             } else if (*p == '!') {
                 const pu::test::FailAlloc fault(1);
                 result = builder.append(letter('F'));
+                EXPECT_TRUE(fault.hit());
             } else {
                 result = builder.append(letter(*p));
             }

@@ -11,11 +11,6 @@
 namespace pu::test {
 namespace {
 
-struct AllocCase {
-    const char *name;
-    std::function<void(const FailAlloc &)> run;
-};
-
 std::atomic<int> gCalls{0};
 
 // Nine distinct carers: one more than a raise copies on its own stack, so the raise allocates.
@@ -74,12 +69,7 @@ class EventAllocFailure : public TimerTest, public testing::WithParamInterface<A
     }
 };
 
-TEST_P(EventAllocFailure, FailsCleanlyAndStaysUsable) {
-    EXPECT_GT(sweepAllocFailures(GetParam().run), 0U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, EventAllocFailure, testing::ValuesIn(kCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+PU_ALLOC_FAILURE_SWEEP(EventAllocFailure, kCases);
 
 // An asynchronous call is queued in platform memory: it allocates nothing of its own.
 TEST(EventAllocFailureAsync, AsyncCallDoesNotAllocate) {

@@ -15,18 +15,13 @@
 
 namespace {
 
+using pu::test::AllocCase;
 using pu::test::FailAlloc;
-
-struct AllocCase {
-    const char *name;
-    const char *known; // why the case is skipped for now
-    std::function<void(const FailAlloc &)> run;
-};
 
 int gValue = 7;
 
 const AllocCase kCases[] = {
-    {"StringMap", nullptr,
+    {"StringMap",
      [](const FailAlloc &fault) {
          uHash *map = uHashCreateMap(1);
          if (map == nullptr) {
@@ -40,7 +35,7 @@ const AllocCase kCases[] = {
          EXPECT_EQ(uHashGetValue(map, "key"), &gValue);
          uHashDestroyMap(map, nullptr);
      }},
-    {"IntMap", nullptr,
+    {"IntMap",
      [](const FailAlloc &fault) {
          uIntHash *map = uIntHashMapCreate();
          if (map == nullptr) {
@@ -54,7 +49,7 @@ const AllocCase kCases[] = {
          EXPECT_EQ(uIntHashGetValue(map, -3), &gValue);
          uIntHashDestroyMap(map, nullptr);
      }},
-    {"StatusStore", nullptr,
+    {"StatusStore",
      [](const FailAlloc &fault) {
          const int32_t set = setSystemStatus("alloc.sweep", 5);
          EXPECT_EQ(set == -1, fault.hit());
@@ -74,14 +69,6 @@ const AllocCase kCases[] = {
 
 class HashAllocFailure : public testing::TestWithParam<AllocCase> {};
 
-TEST_P(HashAllocFailure, FailsCleanlyAndStaysUsable) {
-    if (GetParam().known != nullptr) {
-        GTEST_SKIP() << GetParam().known;
-    }
-    EXPECT_GT(pu::test::sweepAllocFailures(GetParam().run), 0U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, HashAllocFailure, testing::ValuesIn(kCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+PU_ALLOC_FAILURE_SWEEP(HashAllocFailure, kCases);
 
 } // namespace

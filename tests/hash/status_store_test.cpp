@@ -8,14 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
-#include <cstdlib>
-#include <future>
-#include <memory>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -163,5 +158,7 @@ TEST_F(StatusStore, FullTableRefusesNewNamesButUpdatesKnownOnes) {
     EXPECT_EQ(setSystemStatus("one-too-many", 1), 0);
     EXPECT_EQ(valueOf("one-too-many"), 1u);
 }
+
+// A failed allocation is covered by the allocation-failure sweep of this suite.
 
 } // namespace

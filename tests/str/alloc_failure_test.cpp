@@ -6,7 +6,6 @@
 #include <ulist.h>
 #include <umem.h>
 #include <ustr.h>
-#include <ustrurl.h>
 
 #include <gtest/gtest.h>
 
@@ -16,14 +15,8 @@
 
 namespace {
 
-using pu::test::FailAlloc;
-
-struct AllocCase {
-    const char *name;
-    // Runs the operation once; true when it reported the failure. Checks a success itself.
-    std::function<bool()> run;
-    const char *known = nullptr; // why the case is skipped for now
-};
+using pu::test::AllocCase;
+using pu::test::reportingCase;
 
 void freeStrings(uList *list) {
     if (list != nullptr) {
@@ -62,109 +55,77 @@ void collectRow(void *userArg, uList *fields) {
 }
 
 const AllocCase kCases[] = {
-    {"GetCopy", [] { return ownedText(uStrGetCopy("abc"), "abc"); }},
-    {"IntToString", [] { return ownedText(uStrGetInt2StrCpy(-42), "-42"); }},
-    {"DynamicSafeNCat",
-     [] {
-         char *buf = nullptr;
-         char *result = uStrDynamicSafeNCat(&buf, 16, "abcdef", 3);
-         EXPECT_EQ(result, buf);
-         return ownedText(buf, "abc");
-     }},
-    {"Split",
-     [] {
-         uList *list = uStrSep("a,,b", ",");
-         if (list != nullptr) {
-             EXPECT_EQ(takeStrings(list), (std::vector<std::string>{"a", "b"}));
-         }
-         return list == nullptr;
-     },
-     "a field whose copy fails is dropped and the rest of the list returned"},
-    {"KeyValue",
-     [] {
-         UStrKeyValue *rec = uStrKeyValueParse(" k = v ", "=");
-         if (rec != nullptr) {
-             EXPECT_STREQ(rec->key, "k");
-             EXPECT_STREQ(rec->value, "v");
-         }
-         uStrKeyValueFree(rec);
-         return rec == nullptr;
-     }},
-    {"ReplaceKey",
-     [] {
-         char buf[32] = "a-a";
-         uStrReplaceKey(buf, sizeof buf, "a", "xyz");
-         if (std::string(buf) == "a-a") {
-             return true; // nothing done when memory is short
-         }
-         EXPECT_STREQ(buf, "xyz-xyz");
-         return false;
-     }},
-    {"DecodeCsv",
-     [] {
-         char *out = reinterpret_cast<char *>(1);
-         const int32_t result = uStrDecodeCsv("\"a\"\"b\"", &out);
-         EXPECT_EQ(result == -1, out == nullptr);
-         return result == -1 || ownedText(out, "a\"b");
-     }},
-    {"CsvRow",
-     [] {
-         uList *list = uStrParseCsvRow("a, \"b,c\",d");
-         if (list != nullptr) {
-             EXPECT_EQ(takeStrings(list), (std::vector<std::string>{"a", "b,c", "d"}));
-         }
-         return list == nullptr;
-     }},
-    {"CsvData",
-     [] {
-         // Memory short at the start fails the call; later a field that cannot be made is dropped.
-         std::vector<std::string> fields;
-         const char *data = "a,b\nc\n";
-         const int32_t consumed = uStrParseCsvData(data, 0, &fields, collectRow);
-         if (consumed == -1) {
-             EXPECT_TRUE(fields.empty());
-             return true;
-         }
-         EXPECT_EQ(consumed, 6);
-         EXPECT_GE(fields.size(), 2U);
-         return fields.size() != 3;
-     }},
-    {"UrlParse",
-     [] {
-         UStrUrlPara *rec = reinterpret_cast<UStrUrlPara *>(1);
-         const int32_t result = uStrUrlParse("http://u:p@host:81/path?q=1#f", &rec);
-         EXPECT_EQ(result == -1, rec == nullptr);
-         if (result == 0) {
-             EXPECT_STREQ(rec->host, "host");
-             EXPECT_STREQ(rec->fragment, "f");
-             uStrUrlParaFree(rec);
-         }
-         return result == -1;
-     },
-     "a component copy that fails reads as an invalid host, so another split is returned"},
-    {"FileNameEscape",
-     [] {
-         char *out = nullptr;
-         const int32_t result = uStrFileNameEscape("a:b", &out);
-         EXPECT_EQ(result == -1, out == nullptr);
-         return result == -1 || ownedText(out, "a%3Ab");
-     }},
+    reportingCase("GetCopy", [] { return ownedText(uStrGetCopy("abc"), "abc"); }),
+    reportingCase("IntToString", [] { return ownedText(uStrGetInt2StrCpy(-42), "-42"); }),
+    reportingCase("DynamicSafeNCat",
+                  [] {
+                      char *buf = nullptr;
+                      char *result = uStrDynamicSafeNCat(&buf, 16, "abcdef", 3);
+                      EXPECT_EQ(result, buf);
+                      return ownedText(buf, "abc");
+                  }),
+    reportingCase("Split",
+                  [] {
+                      uList *list = uStrSep("a,,b", ",");
+                      if (list != nullptr) {
+                          EXPECT_EQ(takeStrings(list), (std::vector<std::string>{"a", "b"}));
+                      }
+                      return list == nullptr;
+                  }),
+    reportingCase("KeyValue",
+                  [] {
+                      UStrKeyValue *rec = uStrKeyValueParse(" k = v ", "=");
+                      if (rec != nullptr) {
+                          EXPECT_STREQ(rec->key, "k");
+                          EXPECT_STREQ(rec->value, "v");
+                      }
+                      uStrKeyValueFree(rec);
+                      return rec == nullptr;
+                  }),
+    reportingCase("ReplaceKey",
+                  [] {
+                      char buf[32] = "a-a";
+                      uStrReplaceKey(buf, sizeof buf, "a", "xyz");
+                      if (std::string(buf) == "a-a") {
+                          return true; // nothing done when memory is short
+                      }
+                      EXPECT_STREQ(buf, "xyz-xyz");
+                      return false;
+                  }),
+    reportingCase("DecodeCsv",
+                  [] {
+                      char *out = reinterpret_cast<char *>(1);
+                      const int32_t result = uStrDecodeCsv("\"a\"\"b\"", &out);
+                      EXPECT_EQ(result == -1, out == nullptr);
+                      return result == -1 || ownedText(out, "a\"b");
+                  }),
+    reportingCase("CsvRow",
+                  [] {
+                      uList *list = uStrParseCsvRow("a, \"b,c\",d");
+                      if (list != nullptr) {
+                          EXPECT_EQ(takeStrings(list), (std::vector<std::string>{"a", "b,c", "d"}));
+                      }
+                      return list == nullptr;
+                  }),
+    reportingCase("CsvData",
+                  [] {
+                      // Memory short at the start fails the call; later a field that cannot be made
+                      // is dropped.
+                      std::vector<std::string> fields;
+                      const char *data = "a,b\nc\n";
+                      const int32_t consumed = uStrParseCsvData(data, 0, &fields, collectRow);
+                      if (consumed == -1) {
+                          EXPECT_TRUE(fields.empty());
+                          return true;
+                      }
+                      EXPECT_EQ(consumed, 6);
+                      EXPECT_GE(fields.size(), 2U);
+                      return fields.size() != 3;
+                  }),
 };
 
 class StrAllocFailure : public testing::TestWithParam<AllocCase> {};
 
-TEST_P(StrAllocFailure, FailsCleanly) {
-    if (GetParam().known != nullptr) {
-        GTEST_SKIP() << GetParam().known;
-    }
-    const std::uint64_t allocations = pu::test::sweepAllocFailures([](const FailAlloc &fault) {
-        const bool reported = GetParam().run();
-        EXPECT_EQ(reported, fault.hit());
-    });
-    EXPECT_GT(allocations, 0U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, StrAllocFailure, testing::ValuesIn(kCases),
-                         [](const auto &info) { return std::string(info.param.name); });
+PU_ALLOC_FAILURE_SWEEP(StrAllocFailure, kCases);
 
 } // namespace
