@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Core containers and the platform pool, each beside a plain reference in the same run:
 //   - uBmAlloc/uBmFree against malloc/free of the same size;
 //   - taskThrPoolAddTask hand-over latency (queue to run) against a std::thread fed through a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Crypto and codecs, each beside its reference in the same run:
 //   - crc32 over 64 KiB against zlib's crc32 (zlib is loaded with dlopen, since both libraries
 //     export the same name);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hash maps and the status store, side by side with GLib's GHashTable and std::unordered_map:
 // insert, look up and remove 100,000 keys (strings of 8 to 24 characters, case-sensitive and
 // case-insensitive, and 32-bit integers). After the runs a table gives each of our times as a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The JSON family against cJSON itself: the one-line and unescaped printers against cJSON's
 // unformatted and formatted printers on the same 64 KiB tree, and a two-key uParaGetInt against
 // parsing and looking up by hand.

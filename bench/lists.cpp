@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parsers that build one list element per piece of an untrusted text, each at 10 KiB,
 // 100 KiB and 1 MiB of input: uStrSep, uStrParseCsvRow, uStrParseCsvData, uParaUrlQuery and the
 // RESTful path variables (distinct names, and one name repeated), every run including the

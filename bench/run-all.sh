@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the bench preset and runs every benchmark program once, one after the other, each
 # printing its ratio summary after its runs. The whole output goes to build/bench/report.txt.
 # Usage: bench/run-all.sh [extra Google Benchmark flags]   (default: --benchmark_min_time=0.2)

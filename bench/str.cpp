@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Strings and CSV, each beside a C library or libcsv reference in the same run:
 //   - uStrParseCsvData against libcsv on the same 1 MiB text, both producing one owned string
 //     per field and handing each row to a callback that releases them;

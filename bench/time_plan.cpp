@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time plans, side by side with the bare C library calls they are built on:
 //   - timePlanNextTimeGet (a daily step) against localtime_r + one day + mktime by hand;
 //   - timePlanTimeCalculation of a daily plan over midnight (two compositions, a step) against

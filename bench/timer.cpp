@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The timer service and the event bus, side by side with references in the same run:
 //   - uTimerAdd + uTimerDel with 300 and 3,000 live timers (delays spread over minutes), against
 //     libuv's timer heap and a std::multimap; the list is linear by design, the others are not;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // URL validation and parsing on a corpus of 50 realistic URLs, beside libcurl's URL interface
 // (curl_url_set) and uriparser in the same run:
 //   - uParaUrlCheck; the plain check on patterns compiled once (what the cache alone gives);

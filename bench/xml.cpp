@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uXmlParseFromBuf against expat's own XML_Parse with the same element and character handlers,
 // on the same 1 MiB document: once with many references (every "&" goes through the repair's
 // slow path) and once without any "&" (the repair should cost almost nothing). The bare-"&"

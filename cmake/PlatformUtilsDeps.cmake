@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Third-party dependencies, all from Debian packages (scripts/install-deps.sh).
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Warning and sanitizer flags shared by every target of the project.
 add_library(pu_flags INTERFACE)
 target_compile_options(pu_flags INTERFACE -Wall -Wextra $<$<BOOL:${PU_WERROR}>:-Werror>)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installation: libraries with their SONAME links, headers under include/platform_utils/,
 # a pkg-config file and a CMake package with imported targets.
 include(CMakePackageConfigHelpers)

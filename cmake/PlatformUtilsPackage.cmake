@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian packages: `cpack -G DEB` in a build directory configured with PU_PACKAGING=ON (the
 # `deb` preset) makes the runtime package (the two shared libraries) and the development package
 # (headers, pkg-config file, CMake package, .so links, documentation). scripts/check-packages.sh

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # 32-bit x86 build on an x86_64 Debian host with Debian's i686-linux-gnu cross toolchain (the
 # multilib gcc conflicts with the ARM cross toolchain), linking the i386 libraries that
 # scripts/install-deps-i386.sh unpacks under build/i386-deps.

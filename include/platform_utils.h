@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* platform_utils: the umbrella header, including every family of the library. */
 #ifndef PLATFORM_UTILS_H
 #define PLATFORM_UTILS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uAes: whole-buffer AES for applications, and the Rijndael block interface underneath.
  *

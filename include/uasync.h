@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uAsyncCall: hands a function call to a platform worker pool so the caller does not wait.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uB64: base64 (RFC 4648 alphabet, "=" padding) in both directions, with a strict and a
  * lenient decoder, the URL-safe variant without padding, and the reading of stored passwords

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uStr CSV: comma-separated values. One field is encoded for writing or decoded after reading;
  * one row is split into a list of fields; a whole text, or a chunk of a stream, is walked row

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uDigest: MD5, SHA-256 and HMAC-SHA-256 of byte strings (raw digests), lower-case hexadecimal
  * text of bytes and back, and the standard CRC-32.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uEvent: a process-wide named event bus.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Export and linkage macros shared by every public header of platform_utils. */
 #ifndef PLATFORM_UTILS_UEXPORT_H
 #define PLATFORM_UTILS_UEXPORT_H

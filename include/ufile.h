@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uFile: quick checks that a buffer starts with a usable WAV (RIFF/WAVE) header or an MP3 ID3
  * tag. Nothing is allocated; the WAV checks log under "platform.utils.uFile".

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uFsm: a table-driven dispatcher of (event, state) -> handler rows. The table keeps no state of
  * its own; the caller passes its current state and the handler moves it.

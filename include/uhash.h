@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * String hash functions, and two hash maps: uHash (string keys, optionally folded to lower case)
  * and uIntHash (signed 32-bit keys), each mapping a key to one untyped pointer-sized value.

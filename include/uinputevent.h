@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uInputEvent: pending inputs, each known by a 32-bit key and guarded by a time-out.
  *

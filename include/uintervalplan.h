@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uIntervalPlan: run a task a given number of times with a fixed pause between the end of one
  * run and the start of the next.

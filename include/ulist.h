@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uList: an ordered chain of caller-owned element pointers, addressed by position from 0,
  * optionally guarded by a recursive mutex of its own.

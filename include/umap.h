@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Id maps: lookups in both directions over constant tables the caller defines. Each table is an
  * array of rows ended by a terminator row whose id is U_MAP_END_ID; the terminator's second field

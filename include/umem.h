@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Memory: the one zero-filling allocator and the one null-safe release of the library. */
 #ifndef PLATFORM_UTILS_UMEM_H
 #define PLATFORM_UTILS_UMEM_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uMonitor: the task execution monitor. An application brackets a piece of work with
  * uMonitorStart and uMonitorStop; the "tMonitor" task keeps the open brackets and logs a warning

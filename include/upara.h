@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uPara (JSON): typed members on cJSON objects, typed reads along a key path of a JSON text,
  * and the library's additions to cJSON (typed member reads and two display printers).

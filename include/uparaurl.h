@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uParaUrl: parameters in URL query form ("key=value" pairs joined by '&' or another
  * separator), a URL taken apart into a small record and put together again, URL and host-name

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uQm: an intrusive first-in first-out queue, and uBm: a block pool built on it.
  *

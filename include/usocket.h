@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uSocket: stateless helpers over an open socket descriptor (reads and writes that give up after
  * a time-out, reading until the peer goes quiet, lines, HTTP request bodies, option setters), and

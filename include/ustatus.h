@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * System status store: named unsigned 32-bit values that any module of the process can set and
  * read. The store has 1024 slots and is created by the first setSystemStatus.

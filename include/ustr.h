@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uStr: NUL-terminated byte strings. Bounded copy and concatenation into caller buffers, growing
  * buffers, null-tolerant comparison and search, in-place stripping and case folding, splitting

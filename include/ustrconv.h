@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uStr conversions: strict text-to-number parsing that rejects trailing garbage and overflow,
  * character-class tests, hexadecimal, MAC and IPv4 formatting, DTMF digits, and validation and

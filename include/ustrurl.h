@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uStr URL: percent-encoding and decoding of URL text, a URL taken apart into its eight
  * components and put together again with each component encoded for its place, file-name

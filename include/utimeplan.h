@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uTimePlan: calendar time plans. A plan calls a start callback at a time of day (every day, on a
  * weekday, on a day of the month, or once on a date) and an end callback at a later time,

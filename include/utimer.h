@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uTimer: one-shot software timers of the process, run by the "uTimer" task.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Unique id manager: small integer ids unique within a named module. A module registers a
  * contiguous range once, then draws free ids from it and releases them when done. Ids are drawn

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uUuid: name-based UUIDs of version 5 (SHA-1) in the URL name space and their text form, and
  * seeding of the OpenSSL random generator. Stateless and silent.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * uXmlParser: parses an XML document from a string or from a descriptor through a read function,
  * driving the caller's element and character-data handlers with expat. Before the bytes reach

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the Debian packages from the `deb` preset (or a given build directory configured with
 # PU_PACKAGING=ON), runs lintian on them (any error or warning fails; overrides only with a
 # reason, in cmake/debian/), installs them on this machine, builds the install test's C program

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs every libFuzzer target of a fuzz build for a short while on its seed corpus, two at a
 # time. New inputs go to a scratch directory, so the committed seeds stay as they are.
 # Usage: scripts/fuzz-smoke.sh [build-dir] [seconds-per-target]   (default: build/fuzz 30)

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian 12 packages the build needs. By default only what the README's two
 # commands need (build the library, the tour and every test suite, with the openssl and curl
 # commands the interoperation tests call); with --all also what the other checks need: clang

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Long multi-threaded stress run of the timers, plans, input events, event bus, XML
 # suspend/resume, block pool and list (tests/stress/stress.cpp), outside the test suite.
 #   scripts/stress.sh <minutes>               half the time under TSan, half under ASan + UBSan;

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs every GoogleTest suite of a plain (unsanitised) build under valgrind's leak checker with
 # the project's suppressions; fails if any suite leaks (definitely or possibly lost) or errs.
 # Usage: scripts/valgrind-suite.sh [build-dir]   (default: build/default)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every benchmark program shares: a console reporter that also keeps each run's CPU time per
 // iteration, for the ratio tables the programs print after their runs (CPU time, so that a busy
 // machine descheduling the process does not skew one side), and the main() around it.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Crypto and encodings: seal a secret for a configuration file, sign a message, and check a
  * download.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A deterministic test of application code that uses timers: a request that gives up after five
  * seconds unless it is answered. libplatform_sim drives the up-time and the heartbeats, so the

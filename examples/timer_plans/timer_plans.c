@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Timers and plans: a timer that re-arms itself, an interval plan that runs a task three
  * times a second apart, and a daily time plan two seconds ahead.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A tour of platform_utils: each section shows one family at work, as an application uses it.
  * Run it after building: build/default/examples/tour

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Sections of the tour. Each family's walk-through lives in its own tour_<family>.c and is
  * called in order from main() in tour.c.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Tour section: AES-256 over a text, a digest, and a name-based UUID. */
 #include <platform_utils.h>
 

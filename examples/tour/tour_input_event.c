@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Tour section: an input event that nobody answers times out, announced on the event bus. */
 #include <platform_os.h>
 #include <platform_utils.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Tour section: an interval plan runs its task three times, one second apart. */
 #include <platform_os.h>
 #include <platform_utils.h>

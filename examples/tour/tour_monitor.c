@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Tour section: the task execution monitor reports a bracket that overran its allowed time. */
 #include <platform_os.h>
 #include <platform_utils.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Tour section: a daily time plan whose one-second period begins two seconds from now.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Tour section: URLs. Take one apart, rebuild it with each component encoded, remove its
  * credentials, and build and read a query.

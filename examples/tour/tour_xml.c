@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* The XML section of the tour: a loosely written document (a bare "&" in a URL) still parses,
  * and a handler suspends the parse and the application resumes it. */
 #include <platform_utils.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Parameters: a device's settings arrive as a URL with a query and leave as JSON.
  * Build it against the installed library:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uAesCbcDecrypt on arbitrary text with arbitrary work size and length limit, into an output of
 // exactly the documented size (limit + 1).
 #include "crypto_fuzz_support.hpp"

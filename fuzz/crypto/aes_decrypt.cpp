@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uAesDecrypt with a fixed key on arbitrary input, optionally behind whole 64 KiB pieces so the
 // piece logic is reached, into an output of exactly the input's length.
 #include "crypto_fuzz_support.hpp"

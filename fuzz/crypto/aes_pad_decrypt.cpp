@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // padDecrypt (and blockDecrypt) on arbitrary cipher text with a fixed key, ECB and CBC, into an
 // output of exactly the input's size: results stay within the input, and a success removes
 // 1..16 bytes (0..15 in ECB) of the last block.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uB64_pton_strictly in both modes on arbitrary text, into buffers of exactly the room given:
 // a strict success must re-encode to the text without its blanks, lenient decoding must agree
 // with it, and counting without output must give the same count.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uB64_debase64url on arbitrary text, and uB64_base64url on arbitrary bytes: whatever decodes
 // re-encodes to the same text, and encoded text decodes back exactly when its length is one the
 // padding rule restores (0, 10 or 11 modulo 12).

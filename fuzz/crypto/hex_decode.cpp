@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrToHex on arbitrary text into an output of exactly the size given: never more bytes than
 // room or pairs, and plain hexadecimal text is read whole.
 #include "crypto_fuzz_support.hpp"

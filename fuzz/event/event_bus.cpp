@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a byte-coded sequence of cares, clears and raises on the event bus, with names short
 // enough to collide in their probe runs and to fill the 256-slot table, and checks what holds
 // whatever the slots do: a successful care is followed by a raise that finds the event and calls

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a byte-coded sequence of operations on a string map (case-sensitive or not) and an integer
 // map, and checks every result against a plain model. Values are never null here, so the string
 // map's value-0 rule never applies and each key has at most one item.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uParaGet* on arbitrary text along random paths: each agrees with a walk done here through
 // cJSON, hands back the default itself when nothing is found, and leaks nothing.
 #include "str_fuzz_support.hpp"

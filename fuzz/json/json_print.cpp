@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // cJSON_Print_Oneline and cJSON_PrintUnescape on trees parsed from arbitrary text: the one-line
 // text has no line break outside strings and is cJSON_Print with its line breaks made spaces;
 // the unescaped text equals cJSON_Print when no string holds a quote or a backslash.

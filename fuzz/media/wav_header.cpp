@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uFileWavHeaderFullCheck on arbitrary buffers of exactly their length (ASan sees any read
 // beyond it); an accepted buffer has RIFF/WAVE tags, 1 or 2 channels and a supported format.
 #include "crypto_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams arbitrary bytes through a local socket into the HTTP body readers and the line reader,
 // and checks what they deliver against what was sent.
 #include <usocket.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrParseCsvData: the text parsed in chunks (each call with partial set, the unconsumed rest
 // carried in front of the next chunk, a last call without partial) gives exactly the rows of
 // one whole parse; every field is released by the callback.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrDecodeCsv: never longer than its source, and decoding undoes encoding: the decoded text,
 // encoded and enclosed in quotes, decodes to itself again.
 #include "str_fuzz_support.hpp"

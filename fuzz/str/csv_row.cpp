@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrParseCsvRow: never more fields than commas plus one, every field released cleanly.
 #include "str_fuzz_support.hpp"
 

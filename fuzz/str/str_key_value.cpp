@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrKeyValueParse: both parts come back stripped and non-empty, and are released cleanly.
 #include "str_fuzz_support.hpp"
 

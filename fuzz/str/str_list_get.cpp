@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrListGet into exactly sized slots: every slot stays terminated, the count never exceeds the
 // slots, and counting without slots gives the same number.
 #include "str_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrTol, uStrToUl and uStrToDouble: a success means the stripped text was one whole number,
 // as the C library reads it; errno is never changed.
 #include "str_fuzz_support.hpp"

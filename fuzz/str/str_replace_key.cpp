@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrReplaceKey and uStrCaseReplaceKey against a plain reference: every non-overlapping match
 // from the left replaced, the result cut to size-1, never a byte written past size.
 #include "str_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrReplaceXml: the result is the fully escaped text cut to size-1 characters (an entity at
 // the end may be cut short), and nothing is written past size.
 #include "str_fuzz_support.hpp"

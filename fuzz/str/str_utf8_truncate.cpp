@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrRemoveTruncatedUTF8Char on an exactly sized buffer: only the end changes, cleared bytes
 // are zero, and an untouched string answers 0.
 #include "str_fuzz_support.hpp"

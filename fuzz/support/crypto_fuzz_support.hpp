@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the crypto, codec and audio fuzz targets.
 #pragma once
 

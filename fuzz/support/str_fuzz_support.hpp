@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the string, CSV and JSON fuzz targets.
 #pragma once
 

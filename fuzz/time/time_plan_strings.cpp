@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time plan strings: any start and end text, repeat type and date, and date range. The period
 // calculation never fails other than with -1, a time of day lands within a day of today, and
 // every repeating step moves strictly forward.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uParaUrlCheck and uParaUrlDomainCheck against the same patterns compiled here the plain way
 // (with sub-match recording, every pattern tried): the cached, shortcut validator must give the
 // same answers. A host name is always an acceptable URL.

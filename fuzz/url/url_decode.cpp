@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrUrlDecode: never longer than its input, and a text without '%' is left as it is.
 #include "url_fuzz_support.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrUrlEncode and uStrUrlEncodeComponent at every size: output always terminated within size,
 // nothing written beyond it, and a component encoding that was not cut decodes to its source.
 #include "url_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrGetIpAndPort: an accepted address is a valid IPv4 or IPv6 address, copied terminated into
 // any buffer size.
 #include "url_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uParaUrlParse, uParaUrlCompose and uParaUrlFree: only validated URLs parse, a composed text
 // stays inside its buffer, and credential removal and path replacement never overrun.
 #include "url_fuzz_support.hpp"

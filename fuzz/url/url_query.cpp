@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uParaUrlQuery and the value readers on arbitrary query texts, and the adders and the join on
 // arbitrary keys and values: the join never exceeds 1023 characters and consumes the list.
 #include "url_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uParaUrlGetComparableRegex on arbitrary templates: either -1, or an expression that can be
 // run and released.
 #include "url_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uParaUrlGetVariablesFromRestfulUrl: every pair names a variable of the template and carries
 // a value made of URL segments; lists are never handed out empty.
 #include "url_fuzz_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uStrUrlParse, uStrUrlParaToStr and uStrUrlParaFree: a failed parse leaves nothing, a rebuild
 // stays inside its buffer and is terminated, and a record rebuilt whole parses again.
 #include "url_fuzz_support.hpp"

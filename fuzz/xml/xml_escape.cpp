@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uXmlParserEscapeAmpersands: cutting the input into chunks anywhere gives the same output as
 // escaping it whole; escaping the output again changes nothing; a short output never overruns.
 #include <uxmlparser.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uXmlParseFromBuf on arbitrary bytes, with handlers that suspend, resume or abort the parse at
 // points chosen by the input. Every parse must end with its parser gone from the map.
 #include <uxmlparser.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Platform operations in the VxWorks style, as libplatform_os provides them on Linux.
  *

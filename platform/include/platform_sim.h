@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * libplatform_sim: deterministic control of the platform layer for tests. It drives up-time and
  * heartbeats by hand, waits for the thread pools, fixes the time-zone offset, reads what the

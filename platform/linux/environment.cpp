@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings read from the environment.
 #include "platform_internal.hpp"
 

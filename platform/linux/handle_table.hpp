@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Maps 32-bit handles to objects that are recycled, never freed, so a caller never holds a
 // pointer into the layer and a stale or forged handle fails a check instead of touching memory.
 #pragma once

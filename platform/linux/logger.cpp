@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The platform logger: formats a line and writes it to the application's sink or to stderr.
 #include "platform_internal.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded FIFO message queues of fixed-size slots behind 32-bit handles.
 #include "handle_table.hpp"
 #include "platform_internal.hpp"

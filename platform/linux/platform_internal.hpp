@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the files of the Linux platform layer; nothing here is exported.
 #pragma once
 

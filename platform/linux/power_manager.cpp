@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Emulated power manager: registered applications, their recorded wake-up timers and active
 // counts, the heartbeat thread that calls every application's heartbeat function, and beats on
 // demand that wait for the passes they trigger.

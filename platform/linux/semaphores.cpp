@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Recursive mutexes and binary semaphores behind 32-bit handles.
 #include "handle_table.hpp"
 #include "platform_internal.hpp"

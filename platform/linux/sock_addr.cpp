@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numeric address check for the socket helpers.
 #include <platform_os.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Tasks as detached threads, and the 100 Hz tick derived from the monotonic clock.
 #include "handle_table.hpp"
 #include "platform_internal.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thread pools: a shared queue any worker serves and one queue per worker for ordered calls.
 #include "handle_table.hpp"
 #include "platform_internal.hpp"

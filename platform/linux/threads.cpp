@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Detached, named threads with a stack large enough for Linux and the sanitizers.
 #include "platform_internal.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Up-time from CLOCK_BOOTTIME or an installed source, the recorded time base, and the time-zone
 // offset.
 #include "platform_internal.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated clock: manual up-time and heartbeats, built on the platform layer's up-time
 // source, heartbeat pause and on-demand beat.
 #include <platform_sim.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Log capture for tests, built on the platform's log sink: while a capture is installed the log
 // level lets every line through, and the capture applies the level it replaced to stderr itself.
 #include <platform_sim.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The power manager's recorded state, one field at a time, for assertions in tests.
 #include <platform_sim.h>
 

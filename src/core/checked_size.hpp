@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sizes computed from a caller's length. Every step is checked, so a huge length yields "no
 // size" (and the caller's failure value) instead of a small wrapped size and a write past the
 // block. Right for both widths of size_t: nothing here assumes it is wider than 32 bits.

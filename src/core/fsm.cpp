@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uFsm: rows of (event, state, handler) kept in insertion order; the first matching row runs.
 #include <ufsm.h>
 #include <umem.h>

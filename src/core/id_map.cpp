@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Id maps: linear scans over caller tables ended by a row whose id is U_MAP_END_ID.
 #include <umap.h>
 

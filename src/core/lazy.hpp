@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Create-once of a shared handle or record published through an atomic, and the never-destroyed
 // instance used for service state that pool threads reach.
 #pragma once

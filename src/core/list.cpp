@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uList: a singly linked chain of caller-owned element pointers with a count and an optional
 // recursive mutex. Every positional access walks from the head; there is no tail pointer (the
 // families that build long lists keep one locally, see ListBuilder).

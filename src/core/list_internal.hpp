@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Linking and unlinking next to a node the caller already holds, for families that walk a
 // uList under their own lock and should not walk it a second time to change it, and building a
 // list at a remembered tail.

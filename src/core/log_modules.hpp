@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the library writes its log lines, and the module names each family writes under. The
 // three prefixes differ on purpose: applications filter on these exact strings.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's one allocator: zero-filled, from the C heap so realloc and free accept it.
 #include <umem.h>
 

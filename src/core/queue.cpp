@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uQm: an intrusive FIFO linking caller elements through the pointer-sized word in front of
 // each; uBm: fixed-size blocks carved from caller memory and kept free in such a queue.
 #include <uqueue.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Scoped holding of a platform semaphore, so no return path forgets to give it.
 #pragma once
 

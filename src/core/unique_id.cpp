@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unique id manager: named modules, each with a contiguous range of ids handed out next-fit.
 // Process-wide; the family lock is created by the first call and the registry by the first
 // registration.

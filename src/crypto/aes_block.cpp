@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Rijndael block interface: key and cipher instances, ECB, CBC and one-bit CFB,
 // and padding. Whole runs of ECB and CBC blocks and CFB-1 go to OpenSSL. Single blocks run on
 // the CPU's AES instructions when it has them; only without them do they fall back to lookup
@@ -222,7 +223,7 @@ void runBlocks(const keyInstance *key, bool encrypt, bool cbc, const std::uint8_
     }
     std::uint8_t raw[32];
     rawKey(key, raw);
-    const bool done = pu::io::cipherBlocks(pu::io::aesCipher(key->keyLen, cbc), encrypt, raw,
+    const bool done = pu::crypto::cipherBlocks(pu::crypto::aesCipher(key->keyLen, cbc), encrypt, raw,
                                            cbc ? iv : nullptr, in, length, out);
     std::memset(raw, 0, sizeof raw);
     if (done) {
@@ -259,7 +260,7 @@ void runCfb1(cipherInstance *cipher, const keyInstance *key, bool encrypt, const
     std::uint8_t raw[32];
     rawKey(key, raw);
     std::uint8_t shiftRegister[kBlock];
-    const bool done = pu::io::cipherBlocks(pu::io::aesCfb1Cipher(key->keyLen), encrypt, raw,
+    const bool done = pu::crypto::cipherBlocks(pu::crypto::aesCfb1Cipher(key->keyLen), encrypt, raw,
                                            cipher->IV, in, length, out, shiftRegister);
     std::memset(raw, 0, sizeof raw);
     if (done) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole-buffer AES: AES-256-CBC with the vector behind the cipher text (over the block
 // interface, in pieces of 64 KiB), and AES-CBC carried as base64 text (over OpenSSL directly).
 #include <platform_os.h>
@@ -63,7 +64,7 @@ const EVP_CIPHER *cbcCipher(int32_t keyBits, const char *text, uint8_t *iv) {
     if (text != nullptr) {
         std::memcpy(iv, text, strnlen(text, kBlock));
     }
-    return pu::io::aesCipher(keyBits, true);
+    return pu::crypto::aesCipher(keyBits, true);
 }
 
 uint64_t roundUpToBlock(uint64_t length) {
@@ -224,7 +225,7 @@ int32_t uAesCbcEncrypt(const uint8_t *key, const uint8_t *input, uint32_t length
     // extra block is never encrypted and goes out as sixteen zero bytes. That is the format.
     std::memcpy(work.get(), input, length);
     const auto wholeLength = static_cast<std::size_t>(roundUpToBlock(length));
-    if (!pu::io::cipherBlocks(cipher, true, key, vector, work.get(), wholeLength, work.get())) {
+    if (!pu::crypto::cipherBlocks(cipher, true, key, vector, work.get(), wholeLength, work.get())) {
         return 0;
     }
     const int32_t textLength =
@@ -251,13 +252,13 @@ int32_t uAesCbcDecrypt(const uint8_t *key, const char *text, uint32_t workSize, 
     }
     const std::size_t length = static_cast<std::size_t>(decoded);
     const std::size_t whole = length / kBlock * kBlock;
-    if (!pu::io::cipherBlocks(cipher, false, key, vector, work.get(), whole, output)) {
+    if (!pu::crypto::cipherBlocks(cipher, false, key, vector, work.get(), whole, output)) {
         return 0;
     }
     if (whole < length) {
         const uint8_t *chain = whole > 0 ? work.get() + whole - kBlock : vector;
         uint8_t tail[kBlock];
-        if (!pu::io::cipherBlocks(cipher, false, key, chain, work.get() + whole, kBlock, tail)) {
+        if (!pu::crypto::cipherBlocks(cipher, false, key, chain, work.get() + whole, kBlock, tail)) {
             return 0;
         }
         std::memcpy(output + whole, tail, length - whole);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Base64 and its URL-safe variant, and stored passwords that may be base64 behind a marker.
 #include <ub64.h>
 #include <umem.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The standard reflected CRC-32: eight constant tables (eight bytes per step), and on x86 CPUs
 // with carry-less multiplication, folding of 64-byte blocks for long inputs.
 #include <udigest.h>

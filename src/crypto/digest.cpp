@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MD5, SHA-256 and HMAC-SHA-256 wrappers, and lower-case hexadecimal text of bytes and back.
 #include <udigest.h>
 #include <ustrconv.h>
@@ -36,7 +37,7 @@ struct MacContextFree {
 // more than the MAC of a short message.
 EVP_MAC_CTX *threadHmacContext() {
     thread_local const std::unique_ptr<EVP_MAC_CTX, MacContextFree> ctx = [] {
-        std::unique_ptr<EVP_MAC_CTX, MacContextFree> made(EVP_MAC_CTX_new(pu::io::hmac()));
+        std::unique_ptr<EVP_MAC_CTX, MacContextFree> made(EVP_MAC_CTX_new(pu::crypto::hmac()));
         char digestName[] = "SHA2-256";
         const OSSL_PARAM params[] = {
             OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digestName, 0),
@@ -98,7 +99,7 @@ int32_t uDigestSha256it(const uint8_t *data, uint32_t length, uint8_t *output,
     if (data == nullptr || output == nullptr || outputSize < kSha256Size) {
         return -1;
     }
-    pu::io::digestPieces(pu::io::sha256(), {std::span(data, length)}, output);
+    pu::crypto::digestPieces(pu::crypto::sha256(), {std::span(data, length)}, output);
     return 0;
 }
 
@@ -106,7 +107,7 @@ void uDigestMD5(const uint8_t *data, uint32_t length, uint8_t *output, uint32_t 
     if (data == nullptr || length == 0 || output == nullptr || outputSize < kMd5Size) {
         return;
     }
-    pu::io::digestPieces(pu::io::md5(), {std::span(data, length)}, output);
+    pu::crypto::digestPieces(pu::crypto::md5(), {std::span(data, length)}, output);
 }
 
 int32_t uDigestCalculateHex(const uint8_t *data, uint32_t length, char *text, int32_t size) {

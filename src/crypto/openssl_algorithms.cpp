@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 // Process-wide fetched OpenSSL algorithms and per-thread contexts for the crypto families.
 #include "crypto/openssl_algorithms.hpp"
 
 #include <climits>
 #include <memory>
 
-namespace pu::io {
+namespace pu::crypto {
 
 namespace {
 
@@ -112,4 +113,4 @@ bool cipherBlocks(const EVP_CIPHER *cipher, bool encrypt, const std::uint8_t *ke
     return ivOut == nullptr || EVP_CIPHER_CTX_get_updated_iv(ctx, ivOut, 16) == 1;
 }
 
-} // namespace pu::io
+} // namespace pu::crypto

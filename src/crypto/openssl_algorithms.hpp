@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The OpenSSL algorithms the crypto families use, fetched once per process. Fetching by name on
 // every call (what EVP_sha256() and friends lead to inside each init) costs more than hashing a
 // short input, so the fetched objects are kept for the life of the process.
@@ -10,7 +11,7 @@
 #include <initializer_list>
 #include <span>
 
-namespace pu::io {
+namespace pu::crypto {
 
 const EVP_MD *sha1();
 const EVP_MD *sha256();
@@ -35,4 +36,4 @@ bool cipherBlocks(const EVP_CIPHER *cipher, bool encrypt, const std::uint8_t *ke
                   const std::uint8_t *iv, const std::uint8_t *in, std::size_t length,
                   std::uint8_t *out, std::uint8_t *ivOut = nullptr);
 
-} // namespace pu::io
+} // namespace pu::crypto

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Name-based (SHA-1, version 5) UUIDs in the URL name space, and seeding of OpenSSL's generator.
 #include <uuuid.h>
 
@@ -39,8 +40,8 @@ int32_t uUuidGenerateV5(const void *name, uint32_t length, uUuid *uuid) {
         return -1;
     }
     uint8_t hash[20] = {};
-    pu::io::digestPieces(
-        pu::io::sha1(),
+    pu::crypto::digestPieces(
+        pu::crypto::sha1(),
         {std::span(kUrlNamespace), std::span(static_cast<const uint8_t *>(name), length)}, hash);
     uuid->timeLow = loadBig32(hash);
     uuid->timeMid = loadBig16(hash + 4);

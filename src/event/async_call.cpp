@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uAsyncCall: calls handed to the platform's worker pools, created on first use.
 #include <uasync.h>
 

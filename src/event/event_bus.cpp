@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uEvent: the named event bus. 256 slots keyed by two hashes of the event name, each with a chain
 // of carers in registration order; raises call the carers from a snapshot taken under the lock.
 #include <uevent.h>

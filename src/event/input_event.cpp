@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uInputEvent: pending inputs keyed by a 32-bit key, each with a time-out timer, announced on the
 // event bus as "INPUT_EVENT".
 #include <uinputevent.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uMonitor: the task execution monitor. Callers post start and stop messages; the "tMonitor" task
 // owns the open brackets, measures them and logs overruns.
 #include <umonitor.h>

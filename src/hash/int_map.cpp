@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uIntHash: signed 32-bit keys to untyped values over a uthash table keyed by the key's four
 // bytes.
 #include <uhash.h>

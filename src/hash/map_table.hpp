@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the two hash maps share over the uthash table: its default hash (Jenkins), 32 initial
 // buckets, doubling, and exit(-1) when the table's own storage cannot be allocated.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System status store: 1024 slots of named 32-bit values, open addressing with linear probing
 // from rsHash, a name known only by its two hashes. Writers serialise on the store's mutex;
 // readers take no lock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uHash: NUL-terminated string keys to untyped values over a uthash table keyed by the bytes of
 // a private key copy (without its NUL). Case-insensitive maps fold every key to ASCII lower case,
 // both the stored copy and each probe.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported string hash functions.
 #include <uhash.h>
 

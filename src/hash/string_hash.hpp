@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The string hashes behind rsHash and bkdrHash, the two-key identity that the fixed-size name
 // tables (status store, event bus) give a name, and their linear probe.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Typed reads: uParaGet* along a key path of a JSON text, and the cJSON_Get* member reads.
 #include <upara.h>
 #include <ustr.h>

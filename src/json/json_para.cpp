@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uPara building: typed members on cJSON objects, updated in place when the name is already
 // there (ignoring case), and the thin wrappers over cJSON's object life cycle.
 #include <upara.h>

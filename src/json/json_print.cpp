@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two display printers added to cJSON: formatted text with strings left unescaped, and
 // formatted text kept on one line. Both walk the tree through cJSON's public item layout and
 // allocate through cJSON's hooks, so their texts are released like cJSON's own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Quick checks of the start of WAV (RIFF/WAVE) and MP3 (ID3v2) files.
 #include <platform_os.h>
 #include <ufile.h>

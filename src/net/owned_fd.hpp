@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 // A descriptor that is closed when its owner goes out of scope.
 #pragma once
 
 #include <unistd.h>
 #include <utility>
 
-namespace pu::io {
+namespace pu::net {
 
 class OwnedFd {
   public:
@@ -33,4 +34,4 @@ class OwnedFd {
     int fd_;
 };
 
-} // namespace pu::io
+} // namespace pu::net

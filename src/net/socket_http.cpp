@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // HTTP request bodies streamed from a socket to a callback, optionally without the closing
 // boundary line.
 #include <umem.h>
@@ -58,7 +59,7 @@ extern "C" {
 int32_t uSocketReadHttpData(int32_t fd, const char *boundary, void *context, uSocketDataFn dataFn) {
     const std::int64_t tailBytes = trailerBytes(boundary);
     const std::int64_t bufferBytes = tailBytes + kChunkBytes;
-    if (!pu::io::selectable(fd) || bufferBytes > INT32_MAX) {
+    if (!pu::net::selectable(fd) || bufferBytes > INT32_MAX) {
         return 0;
     }
     const auto tail = static_cast<std::int32_t>(tailBytes);
@@ -103,7 +104,7 @@ int32_t uSocketReadHttpDataWithSize(int32_t fd, const char *boundary, int32_t co
     }
     const std::int64_t trailer = trailerBytes(boundary);
     const std::int64_t body = contentLength - trailer;
-    if (body < 0 || !pu::io::selectable(fd)) {
+    if (body < 0 || !pu::net::selectable(fd)) {
         return 0;
     }
     auto *buffer = static_cast<char *>(uMalloc(kChunkBytes));

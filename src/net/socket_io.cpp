@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads and writes that wait with select() before each step and give up after a time-out.
 #include <usocket.h>
 
@@ -9,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace pu::io {
+namespace pu::net {
 
 bool selectable(std::int32_t fd) {
     return fd >= 0 && fd < FD_SETSIZE;
@@ -28,11 +29,11 @@ bool waitReady(std::int32_t fd, Readiness readiness, std::int32_t seconds) {
     return select(fd + 1, readSet, writeSet, nullptr, &limit) > 0 && FD_ISSET(fd, &set);
 }
 
-} // namespace pu::io
+} // namespace pu::net
 
 namespace {
 
-using pu::io::Readiness;
+using pu::net::Readiness;
 
 // The loop both directions share: wait, then move at most the remainder; stop on a wait that
 // sees nothing or a step that moves 0 bytes or fails. step(offset, count) does one read or write
@@ -43,7 +44,7 @@ template <typename Step>
 std::int32_t transfer(std::int32_t fd, Readiness readiness, std::int32_t length,
                       std::int32_t timeoutSec, Step step) {
     std::int32_t total = 0;
-    while (total < length && pu::io::waitReady(fd, readiness, timeoutSec)) {
+    while (total < length && pu::net::waitReady(fd, readiness, timeoutSec)) {
         const ssize_t moved = step(total, static_cast<size_t>(length - total));
         if (moved == kWaitAgain) {
             continue;
@@ -85,7 +86,7 @@ int32_t uSocketReadWithTimeout(int32_t fd, void *buffer, int32_t length, int32_t
 }
 
 int32_t uSocketReadNormalData(int32_t fd, void *buffer, int32_t length) {
-    return uSocketReadWithTimeout(fd, buffer, length, pu::io::kNormalTimeoutSec);
+    return uSocketReadWithTimeout(fd, buffer, length, pu::net::kNormalTimeoutSec);
 }
 
 int32_t uSocketWriteWithTimeout(int32_t fd, const void *data, int32_t length, int32_t timeoutSec) {
@@ -99,7 +100,7 @@ int32_t uSocketWriteWithTimeout(int32_t fd, const void *data, int32_t length, in
 }
 
 int32_t uSocketSafeWriteData(int32_t fd, const void *data, int32_t length) {
-    return uSocketWriteWithTimeout(fd, data, length, pu::io::kNormalTimeoutSec);
+    return uSocketWriteWithTimeout(fd, data, length, pu::net::kNormalTimeoutSec);
 }
 
 } // extern "C"

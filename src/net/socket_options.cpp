@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thin setters for socket buffer sizes and time-outs.
 #include <usocket.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Connected socket pairs over the loopback interface, and the UDP port check.
 #include <platform_os.h>
 #include <usocket.h>
@@ -19,7 +20,7 @@
 
 namespace {
 
-using pu::io::OwnedFd;
+using pu::net::OwnedFd;
 
 constexpr const char *kPeerName = "uSocketPeer";
 constexpr const char *kUdpPeerName = "uSocketUdpPeer";
@@ -169,7 +170,7 @@ int32_t uSocketPeer(uSocketPair *pair) {
         return pairFailed(kPeerName);
     }
     // Both go into fd_sets below; a descriptor beyond their capacity cannot be waited for.
-    if (!pu::io::selectable(server.get()) || !pu::io::selectable(client.get())) {
+    if (!pu::net::selectable(server.get()) || !pu::net::selectable(client.get())) {
         return pairFailed(kPeerName);
     }
     // The non-blocking connect is normally still in progress; the wait below completes it.

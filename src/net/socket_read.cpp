@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Readers of unknown amounts: everything until the peer goes quiet, and single lines.
 #include <platform_os.h>
 #include <umem.h>
@@ -27,7 +28,7 @@ constexpr char kCarriageReturn = '\r';
 extern "C" {
 
 int32_t uSocketReadLimitWithoutSize(int32_t fd, char **out, int32_t limit) {
-    if (out == nullptr || !pu::io::selectable(fd)) {
+    if (out == nullptr || !pu::net::selectable(fd)) {
         return 0;
     }
     auto *buffer = static_cast<char *>(uMalloc(kBlockBytes));
@@ -38,7 +39,7 @@ int32_t uSocketReadLimitWithoutSize(int32_t fd, char **out, int32_t limit) {
     std::int32_t blocks = 1;
     std::int32_t total = 0;
     std::int32_t waitSec = kFirstWaitSec;
-    while (pu::io::waitReady(fd, pu::io::Readiness::kRead, waitSec)) {
+    while (pu::net::waitReady(fd, pu::net::Readiness::kRead, waitSec)) {
         waitSec = kLaterWaitSec;
         const ssize_t got = read(fd, buffer + total, kReadBytes);
         if (got <= 0) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waiting until what was written to a socket has left it and been acknowledged.
 #include <platform_os.h>
 #include <usocket.h>

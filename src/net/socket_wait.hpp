@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 // Waiting on one descriptor with select(), shared by the socket helpers that block.
 #pragma once
 
 #include <cstdint>
 
-namespace pu::io {
+namespace pu::net {
 
 enum class Readiness { kRead, kWrite };
 
@@ -19,4 +20,4 @@ bool waitReady(std::int32_t fd, Readiness readiness, std::int32_t seconds);
 // Per-wait time-out of the convenience wrappers, in seconds.
 inline constexpr std::int32_t kNormalTimeoutSec = 15;
 
-} // namespace pu::io
+} // namespace pu::net

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CSV fields: encoding and decoding one field, and the scanner under both row parsers.
 #include <ucsv.h>
 #include <umem.h>

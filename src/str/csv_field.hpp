@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CSV field scanning and building shared by the row and data parsers and uStrDecodeCsv.
 #pragma once
 

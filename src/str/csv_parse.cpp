@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CSV rows: one row into a list of fields, and a text (or a chunk of a stream) row by row.
 #include <ucsv.h>
 #include <ulist.h>

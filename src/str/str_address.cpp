@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MAC address validation and formatting, IPv4 formatting.
 #include <ustr.h>
 #include <ustrconv.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Null-tolerant comparison, search and character tests.
 #include <ustr.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded copy and concatenation into caller buffers, growing heap buffers and owned copies.
 #include <umem.h>
 #include <ustr.h>

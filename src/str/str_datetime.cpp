@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DTMF digits, and validation and formatting of dates and times of day.
 #include <umem.h>
 #include <ustr.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the string, conversion and CSV sources; nothing here is exported.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Strict number parsing, digit tests and hexadecimal digits.
 #include <ustrconv.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Key/value lines, key replacement and XML escaping.
 #include <umem.h>
 #include <ustr.h>

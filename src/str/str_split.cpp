@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Splitting strings into lists and fixed slots, and matching keys in separated lists.
 #include <ulist.h>
 #include <umem.h>

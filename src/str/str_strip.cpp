@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // In-place strippers and ASCII case folding.
 #include <ustr.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTF-8: sequence lengths, one code point as hexadecimal, and trimming a cut-off last character.
 #include <ustr.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Locale-aware case conversion through the replaceable operator pair gWcharOpHook.
 #include <umem.h>
 #include <ustr.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uIntervalPlan: plans that run a task a number of times with a pause between runs, driven by a
 // state table. Callbacks go through the asynchronous call pool; the pause is a timer.
 #include <uintervalplan.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calendar arithmetic for time plans: parsing time and date strings into local calendar times,
 // composing a plan's first occurrence and stepping to the next one.
 #include "time_plan_calendar.hpp"

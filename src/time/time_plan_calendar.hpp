@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Local-time helpers shared by the time plan sources.
 #pragma once
 

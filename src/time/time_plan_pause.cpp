@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pause groups: while one of a group's pauses is in force, the group's plans are held (a running
 // plan is ended, none starts and none has a timer); when the last one ends they are recomputed.
 #include "time_plan_calendar.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The next period of a plan seen from now: its start and end composed from the description,
 // moved to the next occurrence when over, and spread over two days when it crosses midnight.
 #include "time_plan_calendar.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plan scheduler: run when a plan is added, when its timer fires, after a pause and after a
 // time change. It looks at the current time only, so running it again at the same moment
 // changes nothing.

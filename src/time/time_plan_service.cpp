@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The time plan service: the plan list, adding, deleting and querying plans, and the reaction
 // to changes of the system time or the time zone.
 #include "time_plan_service.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // State of the time plan service shared by its sources: plan entries, pause groups and pauses
 // under the plan mutex, and the work that must wait until that mutex is given.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The longest delays the timer service arms as asked. Timer delays are compared in 32 signed
 // bits of milliseconds, and the seconds variants multiply by 1000 in 32 bits, so anything longer
 // would be armed as a wrapped, much shorter (or refused) delay.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The timer list: a delta list of pool records under the timer mutex. Adding, deleting,
 // refreshing and querying timers, arming the device wake-up, and expiring the head.
 #include "core/lazy.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // State of the timer service shared by its sources: the timer record, the list and pool under
 // the timer mutex, and the pieces the timer task, the heartbeat and the wall-clock code share.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The "uTimer" task: woken by the power manager's heartbeat, it measures the up-time that passed,
 // advances the timer list by it and polls the wall clock every 30 s of timer time. Also the
 // heartbeat callbacks, the up-time arithmetic with its jump detection, and the pass observer

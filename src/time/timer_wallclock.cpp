@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers bound to a calendar time, and the periodic look at the wall clock: the time-zone offset
 // and the re-synchronisation of those timers after the wall clock has been set.
 #include "time/timer_service.hpp"

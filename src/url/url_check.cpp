@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // URL and host-name validation, and RESTful path templates.
 #include <umem.h>
 #include <uparaurl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Percent-encoding and decoding of URL text, and file-name escaping and extensions.
 #include <umem.h>
 #include <ustr.h>

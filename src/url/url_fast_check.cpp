@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A quick recogniser for the common shapes of acceptable URLs, so that the validator need not
 // run its regular expressions on them. It only ever proves acceptance: it takes one way of
 // reading the text as scheme, user part, host, port and path, and answers true only when that

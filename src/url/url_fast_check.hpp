@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A quick proof of acceptance for common URL shapes; nothing here is exported.
 #pragma once
 

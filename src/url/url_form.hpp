@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Form decoding shared by the query readers and the URL record parser; nothing here is exported.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the URL encoders, the URL parsers and the URL parameter family; nothing here
 // is exported.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A URL taken apart into its eight components and put together again, and addresses split from
 // their ports.
 #include <platform_os.h>

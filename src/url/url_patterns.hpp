@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The URL acceptance patterns, shared by the validators and by the benchmark that measures them
 // against compiling per call. POSIX extended syntax; inside brackets a backslash is an ordinary
 // member, and the stray ")?" after the user part of the host-name patterns is an optional

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parameters in URL query form: lists of pairs, joining them, reading single values, splitting a
 // query into pairs.
 #include <umem.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A URL taken apart into the small record of scheme, credentials, host, port, path and RTSP
 // transport, and put together again.
 #include <umem.h>

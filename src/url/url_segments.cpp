@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Path segments of RESTful templates and request paths.
 #include "url/url_segments.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ampersand repair in front of the XML parser: every "&" that does not open a well-formed
 // reference becomes "&amp;". A candidate reference may straddle two chunks, so it is carried in
 // the caller's uXmlParserAmpState.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parsing a document from a string or a descriptor: the bytes go through the ampersand repair
 // and then to expat, which calls the caller's handlers.
 #include <platform_os.h>
@@ -120,7 +121,7 @@ XML_Parser openParser(void *user, XML_StartElementHandler start, XML_CharacterDa
     XML_SetElementHandler(parser, start, end);
     XML_SetCharacterDataHandler(parser, chars);
     XML_SetUserData(parser, user);
-    if (!pu::io::xml::registerParser(parser, user)) {
+    if (!pu::xml::registerParser(parser, user)) {
         XML_ParserFree(parser);
         return nullptr;
     }
@@ -130,9 +131,9 @@ XML_Parser openParser(void *user, XML_StartElementHandler start, XML_CharacterDa
 // A suspended parser stays alive (and in the map) for uXmlParserPause to resume.
 void closeParser(XML_Parser parser, int lastStatus) {
     if (lastStatus == XML_STATUS_SUSPENDED) {
-        pu::io::xml::leaveSuspended(parser);
+        pu::xml::leaveSuspended(parser);
     } else {
-        pu::io::xml::releaseParser(parser);
+        pu::xml::releaseParser(parser);
     }
 }
 
@@ -291,7 +292,7 @@ int32_t uXmlParseFromBuf(const char *text, const char *trailer, void *user,
     if (!escaped.allocated()) {
         pu::log::error(pu::log::kXmlParser, "%s: buf uMalloc error.", kName);
         // Leaves the map with the parser, so no pause or stop reaches a freed parser.
-        pu::io::xml::releaseParser(parser);
+        pu::xml::releaseParser(parser);
         return -1;
     }
     const int status = escaped.parse(parser, text, length, true);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide map from a caller's user pointer to its live parser, through which a handler
 // suspends, resumes or aborts the parse that is calling it.
 #include <platform_os.h>
@@ -94,7 +95,7 @@ int32_t resumeClaimed(XML_Parser parser, int32_t flag) {
         setOwner(parser, Owner::Nobody);
         return 0;
     }
-    pu::io::xml::releaseParser(parser);
+    pu::xml::releaseParser(parser);
     if (status == XML_STATUS_ERROR) {
         logResumeError(flag);
         return -1;
@@ -129,7 +130,7 @@ int32_t stopOrClaim(void *user, int32_t suspend, XML_Parser &claimed) {
 
 } // namespace
 
-namespace pu::io::xml {
+namespace pu::xml {
 
 void releaseParser(XML_Parser parser) {
     pu::core::SemGuard guard(mapLock());
@@ -161,12 +162,12 @@ bool registerParser(XML_Parser parser, void *user) {
     return true;
 }
 
-} // namespace pu::io::xml
+} // namespace pu::xml
 
 extern "C" {
 
 void uXmlParserAddMapItem(XML_Parser parser, void *user) {
-    (void)pu::io::xml::registerParser(parser, user);
+    (void)pu::xml::registerParser(parser, user);
 }
 
 void uXmlParserDelMapItem(XML_Parser parser) {

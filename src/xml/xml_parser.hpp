@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Internals shared by the XML parse functions and the parse map.
 #pragma once
 
@@ -6,7 +7,7 @@
 
 #include <type_traits>
 
-namespace pu::io::xml {
+namespace pu::xml {
 
 // Our public handler types are expat's, so callers can hand over handlers written for expat.
 static_assert(std::is_same_v<uXmlStartElementHandler, XML_StartElementHandler>);
@@ -26,4 +27,4 @@ void releaseParser(XML_Parser parser);
 // which may resume it from then on (and never before: a handler's parse is still running).
 void leaveSuspended(XML_Parser parser);
 
-} // namespace pu::io::xml
+} // namespace pu::xml

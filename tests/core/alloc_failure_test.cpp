@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every allocating operation of the core families, with each of its uMalloc calls failing in turn:
 // the documented failure value, nothing leaked, no lock left held, the structure still usable.
 #include "fail_alloc.hpp"

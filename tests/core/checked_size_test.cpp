@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checked size arithmetic: the boundaries where size_t and uMalloc's 32-bit size wrap.
 #include "core/checked_size.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uFsm dispatch rules and the id maps' terminator conventions.
 #include <ufsm.h>
 #include <umap.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Building lists at a remembered tail: the builder itself (order, count, head and tail, a node
 // allocation failing midway), and the parsers that build long lists from untrusted text, which
 // must stay linear: on a megabyte of input a walk from the head per element would run for

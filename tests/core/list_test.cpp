@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uList: position rules, removal, search and equality senses, clearing, and locked use from
 // several threads.
 #include <ulist.h>

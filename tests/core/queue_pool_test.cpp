@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // uQm and uBm: ordering rules, empty and null cases, and concurrent use of one pool.
 #include <platform_os.h>
 #include <uqueue.h>

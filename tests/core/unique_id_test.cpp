@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unique id manager: next-fit order, wrap, release, re-registration and the messages. The
 // manager is process-wide, so every test uses module names of its own.
 #include <uuniqueid.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The block interface against published vectors and OpenSSL, and both wrapper pairs: formats,
 // piece boundaries, refusals with their log lines, and interoperation with the openssl command.
 #include <uaes.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Codecs and AES wrappers with each of their uMalloc calls failing in turn: the documented failure
 // value, work buffers released, the next call succeeding.
 #include "fail_alloc.hpp"

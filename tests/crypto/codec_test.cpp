@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Base64 (strict and lenient), base64url, marked passwords, hexadecimal text, CRC-32 and the
 // digest wrappers, against published vectors and independent computations.
 #include <ub64.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers for the crypto and codec tests: hexadecimal literals, reproducible data, and OpenSSL's
 // EVP interface as an independent oracle.
 #pragma once

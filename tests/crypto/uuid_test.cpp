@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Version-5 UUIDs and random seeding.
 #include <uuuid.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event families with each of their uMalloc calls failing in turn: the documented failure
 // value, nothing leaked, no lock left held, the service still usable.
 #include "fail_alloc.hpp"

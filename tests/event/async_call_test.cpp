@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Asynchronous calls: lazy creation of the two pools, routing, refusal, the task-id counter.
 // The executable's own taskThrPoolCreate and taskThrPoolAddTask take precedence over the
 // platform's; they record what the library asks for and pass it on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The named event bus: order and arguments of callbacks, the registration rules, slot 0 and the
 // slots that become unreachable, the full table, callbacks that use the bus, and concurrent use.
 #include <platform_utils.h>

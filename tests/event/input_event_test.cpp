@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Input events on the simulated clock: what goes on the bus and to the callback for each way an
 // input event ends, extension timing, refused input, teardown, and concurrent use.
 #include "timer_harness.hpp"

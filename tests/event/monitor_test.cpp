@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The task execution monitor: when overruns are reported, which brackets a stop closes, how names
 // and tags match, and that nothing is left behind when the monitor is not running or quits.
 #include "timer_harness.hpp"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Compares the dynamic symbols each library defines with what its headers declare as exported
 # (PU_API in include/, PLATFORM_API in platform_os.h, PLATFORM_SIM_API in platform_sim.h). Fails
 # on any C++ mangled name, on anything exported but undeclared, on anything declared but missing,

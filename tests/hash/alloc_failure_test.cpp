@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The maps and the status store with each of their uMalloc calls failing in turn: the documented
 // failure value, nothing leaked, the structure still usable. uthash's own table storage comes from
 // malloc, so its exit(-1) on exhaustion is out of the sweep's reach.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several threads setting and reading statuses and drawing and releasing ids at once. Run under
 // ThreadSanitizer too: the unlocked status readers must not be data races.
 #include <ustatus.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // String- and integer-keyed maps: insert without update, the value-0 rule of the string map,
 // ASCII case folding (inline and heap probe paths), removal and destruction with release
 // functions, growth.

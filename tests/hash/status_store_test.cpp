@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System status store: identity by hashes, the probe sequence, the full table, the lazy first
 // call and statusBuffFree.
 #include <uhash.h>

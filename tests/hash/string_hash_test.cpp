@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The three exported string hashes against a reference written separately here (64-bit
 // arithmetic with explicit masks) and against a few constants worked out by hand.
 #include <uhash.h>

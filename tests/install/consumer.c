@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A user's program: built against the installed package, it uses both libraries. */
 #include <platform_utils.h>
 #include <platform_os.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* An application that defines its own basaltPrintLog must receive the library's log lines:
  * the platform operations are reached through the dynamic linker, so this definition wins. */
 #include <platform_utils.h>

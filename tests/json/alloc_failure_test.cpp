@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // JSON parameters with each of their allocations failing in turn: the documented failure value,
 // nothing leaked, the tree still usable. cJSON is given the failing uMalloc through its hooks for
 // this suite, so its own nodes are swept as well.

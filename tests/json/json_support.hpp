@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by the JSON tests and fuzz targets: owned cJSON trees and texts, and cJSON_Print
 // reshaped to one line the way cJSON_Print_Oneline lays it out.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // JSON parameters: path reads, typed member updates with their kept oddities, the exact-type
 // member reads and the two display printers measured against cJSON's own.
 #include "json_support.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // WAV and MP3 header checks on files made by real encoders and on hand-built headers.
 #include <ufile.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // HTTP request bodies streamed to a callback, from test peers and from the curl client.
 #include <usocket.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads and writes with time-outs, over real loopback connections.
 #include <usocket.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loopback pairs, the UDP port check, the send-queue wait and the option setters.
 #include <platform_os.h>
 #include <usocket.h>

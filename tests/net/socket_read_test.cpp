@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading until the peer goes quiet into a growing buffer, and reading lines.
 #include <umem.h>
 #include <usocket.h>

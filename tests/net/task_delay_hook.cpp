@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "task_delay_hook.hpp"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replaces the platform's taskDelay in this test program, so code that polls once a second can
 // be driven quickly and its polls counted.
 #pragma once

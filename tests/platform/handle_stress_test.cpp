@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many threads creating, using and deleting handles at once: lookups stay safe and exact.
 #include <platform_os.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The platform logger: level filter, sink, newlines, long lines and concurrent writers.
 #include "log_capture.hpp"
 

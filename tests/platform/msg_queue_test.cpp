@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Message queues: order, urgency, bounds, time-outs and dead handles.
 #include "platform_test_util.hpp"
 

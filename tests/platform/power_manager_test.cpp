@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The emulated power manager: heartbeats (real and manual) and the recorded requests.
 #include "log_capture.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Mutexes and binary semaphores: ownership, merging, time-outs and dead handles.
 #include "platform_test_util.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numeric address recognition.
 #include <platform_os.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Spawned tasks and the tick clock.
 #include "platform_test_util.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thread pools: per-id order, spreading of shared calls, and waiting for idle pools.
 #include <platform_os.h>
 #include <platform_sim.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Up-time, the simulated clock, the time-zone offset and the recorded time base.
 #include "log_capture.hpp"
 

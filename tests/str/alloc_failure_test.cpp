@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The string helpers that allocate, with each of their uMalloc calls failing in turn: the
 // documented failure value, partial results released, and the same call succeeding afterwards.
 #include "fail_alloc.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Comparisons and searches that tolerate null, in-place strippers and ASCII case folding.
 #include <platform_utils.h>
 

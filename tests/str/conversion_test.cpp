@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Strict number parsing, MAC and IPv4 formatting, dates and times of day.
 #include <platform_utils.h>
 

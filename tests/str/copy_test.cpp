@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded copies and concatenations: every boundary of size, and the growing buffers.
 #include <platform_utils.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CSV: encoding and decoding single fields, splitting rows, and walking whole or chunked texts.
 #include <platform_utils.h>
 

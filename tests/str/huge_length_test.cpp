@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts whose sizes do not fit uMalloc's 32 bits, or wrap when tripled: refused, never given a
 // wrapped small buffer. The texts cost almost no memory: one 2 MiB piece of 'a' mapped again and
 // again, so only the page holding the terminator is ever copied.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Splitting into lists and slots, key/value lines, key replacement and XML escaping.
 #include <platform_utils.h>
 

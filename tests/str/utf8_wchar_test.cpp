@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UTF-8 helpers and the replaceable wide-character case operators.
 #include <platform_utils.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long stress run of the threaded families on the real clock: timers, time plans, interval
 // plans, input events, the event bus, XML suspend/resume, the block pool and a locked list, all
 // at once from several threads for a given number of seconds. Every callback is booked against

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The test program's uMalloc/uFree. The library is not linked with -Bsymbolic, so these
 // definitions in the executable replace the library's for every caller. Like the library's they
 // zero-fill and come from the C heap, so realloc and free keep accepting the blocks.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Allocation-failure injection: the test program's own uMalloc/uFree (fail_alloc.cpp) replace the
 // library's, so one chosen uMalloc call can be made to return null.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "log_capture.hpp"
 
 #include <platform_sim.h>

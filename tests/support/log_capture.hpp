@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records the library's log lines through the platform's log sink, for assertions on messages.
 #pragma once
 

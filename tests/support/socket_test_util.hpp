@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loopback plumbing for the socket tests: connected TCP ends on 127.0.0.1, peers on threads,
 // and descriptor bookkeeping.
 #pragma once
@@ -21,7 +22,7 @@
 namespace pu::test {
 
 // A descriptor closed on scope exit.
-using Fd = pu::io::OwnedFd;
+using Fd = pu::net::OwnedFd;
 
 inline sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};

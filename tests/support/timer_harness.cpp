@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "timer_harness.hpp"
 
 #include <pthread.h>

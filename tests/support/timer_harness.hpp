@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared set-up of the timer suites: the timer service on the simulated clock, a recorder for
 // fired callbacks and events, and a wall clock the tests can set.
 //

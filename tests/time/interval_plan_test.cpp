@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Interval plans on the simulated clock: callback sequences, counting, pause and resume in both
 // waiting and running, operations a state does not allow, removal and id reuse, refused input,
 // and several plans driven from several threads while their timers fire.

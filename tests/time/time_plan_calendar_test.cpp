@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time strings, composition, stepping and the next period of a plan, on a chosen wall clock in
 // UTC and in a zone with daylight saving.
 #include "time_plan_harness.hpp"

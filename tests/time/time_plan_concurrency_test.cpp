@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plans and pauses added, queried and deleted from several threads while plan timers fire and a
 // time change arrives. Meant for ThreadSanitizer as much as for its assertions.
 #include "time_plan_harness.hpp"

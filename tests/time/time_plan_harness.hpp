@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared set-up of the time plan suites: a chosen time zone, a wall clock moved together with the
 // simulated up-time, and a log of the plan callbacks with the calendar second each ran in.
 #pragma once

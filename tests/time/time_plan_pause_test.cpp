@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pause groups on the simulated clock: holding and resuming plans, overlapping pauses, pauses
 // that begin and end by their timers, deletion, time changes and bad requests.
 #include "time_plan_harness.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plans on the simulated clock: when their callbacks run, what happens to plans added inside
 // their period, once plans, random starts, date ranges, time changes and the service's messages.
 #include "time_plan_harness.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers on the simulated clock: ordering, delays, refresh, remaining time, callbacks that touch
 // timers, the record pool, and the log of uTimerShow.
 #include "timer_harness.hpp"

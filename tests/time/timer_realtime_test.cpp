@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One run at the real heartbeat: every timer fires without a manual pass.
 #include "timer_harness.hpp"
 

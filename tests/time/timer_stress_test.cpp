@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Several threads add, refresh and delete timers while heartbeats expire them; every timer that
 // was not deleted fires exactly once and every record goes back to the pool.
 #include "timer_harness.hpp"

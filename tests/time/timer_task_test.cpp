@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The timer task and its arithmetic: elapsed time with its microsecond carry, jumps of the
 // up-time, the time-zone poll, calendar-bound timers after the wall clock is set, heartbeat
 // callbacks.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Wake-up timers, observed through the power manager's recorded calls.
 #include "timer_harness.hpp"
 

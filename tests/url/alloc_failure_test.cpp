@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // URL parsing and query parameter lists with each of their uMalloc calls failing in turn: the
 // documented failure value, nothing leaked, the list still usable, and never a wrong split or a
 // record or pair missing a part in place of a failure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // URL and host-name validation, RESTful templates and variables.
 #include <platform_utils.h>
 

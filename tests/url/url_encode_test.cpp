@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Percent-encoding per component and in place, decoding, file names and address splitting.
 #include <platform_utils.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // URLs taken apart into eight components and rebuilt.
 #include <platform_utils.h>
 

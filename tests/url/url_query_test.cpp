@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Query parameters: building lists, joining them, reading values, splitting queries.
 #include <platform_utils.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // URL records: parsing, composing, replacing the path, removing credentials.
 #include <platform_utils.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The XML parser with each of its uMalloc calls failing in turn: the parse fails with its
 // failure value, and leaves nothing registered for pause or stop to reach.
 #include "fail_alloc.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Suspending, resuming and aborting a parse from its own handlers, the map fallback, and many
 // threads doing so at once.
 #include <uxmlparser.h>

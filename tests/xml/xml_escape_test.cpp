@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ampersand repair: which references pass, how candidates cross chunk boundaries, full
 // output, and the growing buffer step.
 #include <umem.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parsing from a string and from descriptors: the events match expat's own, repaired documents
 // parse, trailers are dropped, and the digest covers exactly the parsed bytes.
 #include <uxmlparser.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event recording for the XML parser tests, the same handlers run on expat alone for reference,
 // and documents fed through a pipe.
 #pragma once
