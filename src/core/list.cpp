@@ -14,12 +14,8 @@
 
 namespace {
 
-using pu::core::linkAfter;
-using pu::core::loadHead;
-using pu::core::loadSize;
-using pu::core::SemGuard;
-using pu::core::storeHead;
-using pu::core::storeSize;
+// The list's own helpers and lock guard (list_internal.hpp, sem_lock.hpp).
+using namespace pu::core;
 
 // The node at pos; the caller holds the lock and has checked 0 <= pos < size.
 uListNode *nodeAt(const uList *list, std::int32_t pos) {

@@ -448,20 +448,20 @@ void planEnded(void *arg) {
 // Never destroyed: a late callback may still write to a book while the process exits.
 auto *const planBooks = new std::deque<std::array<PlanBook, 3>>[2];
 
-std::string clockText(std::time_t t) {
+std::string localText(std::time_t t, const char *format) {
     std::tm local{};
     localtime_r(&t, &local);
     char text[16];
-    std::strftime(text, sizeof text, "%H:%M:%S", &local);
+    std::strftime(text, sizeof text, format, &local);
     return text;
 }
 
+std::string clockText(std::time_t t) {
+    return localText(t, "%H:%M:%S");
+}
+
 std::string dateText(std::time_t t) {
-    std::tm local{};
-    localtime_r(&t, &local);
-    char text[16];
-    std::strftime(text, sizeof text, "%Y-%m-%d", &local);
-    return text;
+    return localText(t, "%Y-%m-%d");
 }
 
 // Seconds since local midnight: plans near midnight would cross into the next day.
