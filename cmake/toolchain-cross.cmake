@@ -36,7 +36,10 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} "${PU_CROSS_DEPS}")
 # loader, and find it and the unpacked libraries without LD_LIBRARY_PATH or qemu's -L. The
 # libraries themselves carry no such path, so the packages stay clean.
 set(pu_cross_libc /usr/${PU_CROSS_COMPILER}/lib)
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=${pu_cross_libc}/${PU_CROSS_LOADER}")
+# DT_RPATH rather than DT_RUNPATH: the loader applies an executable's RPATH to the libraries'
+# own dependencies too (libm of libplatform_utils in a C program), RUNPATH only to its own.
+set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "-Wl,--dynamic-linker=${pu_cross_libc}/${PU_CROSS_LOADER} -Wl,--disable-new-dtags")
 set(CMAKE_BUILD_RPATH
     "${pu_cross_libc};${PU_CROSS_DEPS}/usr/lib/${PU_CROSS_MULTIARCH};${PU_CROSS_DEPS}/lib/${PU_CROSS_MULTIARCH}")
 
