@@ -155,7 +155,7 @@ char *buildDataField(std::string_view text, const ScannedField &field) {
         return buildCollapsed(text.substr(field.openAt, field.quotedEnd - field.openAt), raw);
     }
     if (raw.empty()) {
-        return ownedCopy({});
+        return pu::core::copyText({});
     }
     return decodeField(raw);
 }

@@ -146,7 +146,7 @@ uList *uStrParseCsvRow(const char *row) {
         // An unterminated quoted field is kept as it was written, opening quote included.
         // A row missing a field would shift every later column: no memory fails the whole row.
         if (!pu::str::appendOwned(builder, field.unterminated
-                                               ? pu::str::ownedCopy(field.whole(text))
+                                               ? pu::core::copyText(field.whole(text))
                                                : pu::str::csv::buildDataField(text, field))) {
             pu::str::discardStrings(fields);
             return nullptr;

@@ -196,7 +196,7 @@ char *uStrGetCopy(const char *str) {
     if (str == nullptr || str[0] == '\0') {
         return nullptr; // "" means absent throughout the library
     }
-    return pu::str::ownedCopy(str);
+    return pu::core::copyText(str);
 }
 
 char *uStrGetInt2StrCpy(int32_t value) {

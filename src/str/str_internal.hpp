@@ -31,12 +31,6 @@ constexpr std::string_view trimmed(std::string_view text, std::string_view blank
     return text.substr(first, last - first + 1);
 }
 
-// A new uMalloc string holding text (possibly ""), or null when memory runs out or the text is
-// too long for uMalloc.
-inline char *ownedCopy(std::string_view text) {
-    return pu::core::copyText(text);
-}
-
 // Appends text, a new uMalloc string, to a list being built. A text that could not be made, or
 // whose node cannot be, fails the append (and is released): a list missing an element would
 // shift every later one.
@@ -114,7 +108,7 @@ inline TrimmedCopy::TrimmedCopy(const char *text) {
         std::memcpy(inline_, view.data(), view.size());
         data_ = inline_;
     } else {
-        data_ = ownedCopy(view);
+        data_ = pu::core::copyText(view);
     }
     size_ = data_ == nullptr ? 0 : view.size();
 }

@@ -15,7 +15,7 @@ using pu::str::BoundedText;
 // A stripped copy of text, or null when it is blank or memory runs out.
 char *strippedCopy(std::string_view text) {
     const std::string_view kept = pu::str::trimmed(text, pu::str::kCrlfBlanks);
-    return kept.empty() ? nullptr : pu::str::ownedCopy(kept);
+    return kept.empty() ? nullptr : pu::core::copyText(kept);
 }
 
 std::string_view xmlEntity(char c, bool escapeQuotes) {

@@ -55,7 +55,7 @@ uList *uStrSepIgnoreEmpty(const char *str, const char *delim, int32_t ignoreEmpt
         }
         // A field that cannot be copied fails the whole split, as a missing one would shift
         // every later field.
-        if (!pu::str::appendOwned(builder, pu::str::ownedCopy(field))) {
+        if (!pu::str::appendOwned(builder, pu::core::copyText(field))) {
             pu::str::discardStrings(list);
             return nullptr;
         }

@@ -194,8 +194,8 @@ class VariableSet {
         if (pair == nullptr) {
             return;
         }
-        pair->key = pu::url::copyOf(name);
-        pair->value = pu::url::copyOf(value);
+        pair->key = pu::core::copyText(name);
+        pair->value = pu::core::copyText(value);
         if (pair->key == nullptr || pair->value == nullptr || !remember(pair)) {
             urlParaQueryFree(pair);
             return;

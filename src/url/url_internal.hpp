@@ -109,12 +109,6 @@ class ScratchText {
     std::size_t size_;
 };
 
-// A new uMalloc string holding text ("" allowed), or null when memory runs out or the text is
-// too long for uMalloc.
-inline char *copyOf(std::string_view text) {
-    return pu::core::copyText(text);
-}
-
 // atoi of the start of text without its undefined behaviour on overflow: leading blanks, a sign
 // and decimal digits, the value clamped to the int range.
 inline std::int32_t clampedAtoi(std::string_view text) {

@@ -19,8 +19,6 @@
 
 namespace {
 
-using pu::url::copyOf;
-
 // The characters a URL that failed validation keeps when it is pre-encoded for parsing; '%' and
 // '#' among them, so existing escapes and the fragment mark survive.
 constexpr pu::url::CharSet kKeptByPreEncoding(pu::url::kAlnumChars, "!#$%&'()*,-./:;=?@[]_~");
@@ -55,12 +53,12 @@ void prepareForParsing(const char *url, char *work) {
 // Splits text at its last ':' into new strings: left always, right only when there is a colon.
 bool splitAtLastColon(std::string_view text, char **left, char **right) {
     const std::size_t colon = text.rfind(':');
-    *left = copyOf(text.substr(0, colon));
+    *left = pu::core::copyText(text.substr(0, colon));
     if (*left == nullptr) {
         return false;
     }
     if (colon != std::string_view::npos) {
-        *right = copyOf(text.substr(colon + 1));
+        *right = pu::core::copyText(text.substr(colon + 1));
         return *right != nullptr;
     }
     return true;
@@ -90,9 +88,9 @@ Split splitBracketedHost(std::string_view text, char **host, char **port) {
     if (sockIsValidAddr(inner) == 0) {
         return Split::Invalid;
     }
-    *host = copyOf(text.substr(0, close + 1));
+    *host = pu::core::copyText(text.substr(0, close + 1));
     if (*host != nullptr && close + 1 < text.size()) {
-        *port = copyOf(text.substr(close + 2));
+        *port = pu::core::copyText(text.substr(close + 2));
         return *port != nullptr ? Split::Done : Split::NoMemory;
     }
     return *host != nullptr ? Split::Done : Split::NoMemory;
@@ -176,7 +174,7 @@ bool copyBetween(std::string_view text, char open, char close, char **result, st
         return false;
     }
     *length = to - from - 1;
-    *result = copyOf(text.substr(from + 1, *length));
+    *result = pu::core::copyText(text.substr(from + 1, *length));
     return true;
 }
 
@@ -194,7 +192,7 @@ bool takePath(std::string_view &rest, UStrUrlPara *rec) {
         return true;
     }
     if (rest.find('/') != std::string_view::npos) {
-        rec->path = copyOf(rest.substr(1));
+        rec->path = pu::core::copyText(rest.substr(1));
         return rec->path != nullptr;
     }
     return true;
@@ -206,17 +204,17 @@ bool takeQueryAndFragment(std::string_view rest, UStrUrlPara *rec) {
     const std::size_t question = rest.find('?');
     const std::size_t hash = rest.find('#');
     if (question != std::string_view::npos && hash == std::string_view::npos) {
-        rec->query = copyOf(rest.substr(1));
+        rec->query = pu::core::copyText(rest.substr(1));
         return rec->query != nullptr;
     }
     if (question != std::string_view::npos && hash > question) {
         std::size_t length = 0;
         copyBetween(rest, '?', '#', &rec->query, &length);
-        rec->fragment = copyOf(rest.substr(hash + 1));
+        rec->fragment = pu::core::copyText(rest.substr(hash + 1));
         return rec->query != nullptr && rec->fragment != nullptr;
     }
     if (hash != std::string_view::npos) {
-        rec->fragment = copyOf(rest.substr(hash + 1));
+        rec->fragment = pu::core::copyText(rest.substr(hash + 1));
         return rec->fragment != nullptr;
     }
     return true;
@@ -226,7 +224,7 @@ bool takeQueryAndFragment(std::string_view rest, UStrUrlPara *rec) {
 bool parseInto(std::string_view text, UStrUrlPara *rec) {
     const std::size_t schemeEnd = text.find("://");
     if (schemeEnd != std::string_view::npos) {
-        rec->scheme = copyOf(text.substr(0, schemeEnd));
+        rec->scheme = pu::core::copyText(text.substr(0, schemeEnd));
         if (rec->scheme == nullptr) {
             return false;
         }

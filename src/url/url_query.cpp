@@ -19,8 +19,6 @@
 
 namespace {
 
-using pu::url::copyOf;
-
 constexpr int32_t kValueTextSize = 1024;
 constexpr int32_t kEncodedKeySize = 64;
 constexpr int32_t kEncodedValueSize = 512;
@@ -49,7 +47,7 @@ int32_t setPair(uList *list, const char *key, const char *value) {
     for (uListNode *node = list->head; node != nullptr; node = node->next) {
         auto *pair = static_cast<UParaUrlPair *>(node->data);
         if (pair->key != nullptr && std::strcmp(pair->key, key) == 0) {
-            char *copy = copyOf(value);
+            char *copy = pu::core::copyText(value);
             if (copy == nullptr) {
                 return -1;
             }
@@ -62,8 +60,8 @@ int32_t setPair(uList *list, const char *key, const char *value) {
     if (pair == nullptr) {
         return -1;
     }
-    pair->key = copyOf(key);
-    pair->value = copyOf(value);
+    pair->key = pu::core::copyText(key);
+    pair->value = pu::core::copyText(value);
     if (pair->key == nullptr || pair->value == nullptr || uListAppend(list, pair) < 0) {
         urlParaQueryFree(pair);
         return -1;
@@ -158,7 +156,7 @@ char *findValue(const char *query, const char *key, char sep, bool *noMemory = n
         if (atBoundary && equals == at + encodedLength) {
             std::string_view value = text.substr(equals + 1);
             value = value.substr(0, value.find(sep));
-            char *copy = copyOf(value);
+            char *copy = pu::core::copyText(value);
             if (copy != nullptr) {
                 pu::url::formDecode(copy, value.size());
             } else if (noMemory != nullptr) {
@@ -219,7 +217,7 @@ char *decodedPart(std::string_view part, bool &ok) {
     if (part.empty()) {
         return nullptr;
     }
-    char *copy = copyOf(part);
+    char *copy = pu::core::copyText(part);
     if (copy == nullptr) {
         ok = false;
     } else if (pu::url::formDecode(copy, part.size()) == 0) {

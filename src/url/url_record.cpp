@@ -23,7 +23,7 @@ char *componentCopy(std::string_view text, bool &ok) {
     if (text.empty()) {
         return nullptr;
     }
-    char *copy = pu::url::copyOf(text);
+    char *copy = pu::core::copyText(text);
     ok = ok && copy != nullptr;
     return copy;
 }
