@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: MIT
 # Installs the Debian 12 packages the build needs. By default only what the README's two
 # commands need (build the library, the tour and every test suite, with the openssl and curl
-# commands the interoperation tests call); with --all also what the other checks need: clang
+# commands the interoperation tests call and the fuzz targets' input header, as the suites replay
+# the seed corpora); with --all also what the other checks need: clang
 # and its sanitizer run-times for the fuzz targets, valgrind, the comparison libraries of the
 # benchmarks (GLib, libuv, libcurl, uriparser, libcsv, Google Benchmark), clang-format, lintian
 # for the packages and qemu-user for the 32-bit suites.
@@ -13,7 +14,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   libssl-dev libexpat1-dev libcjson-dev uthash-dev zlib1g-dev
-  libgtest-dev libgmock-dev
+  libgtest-dev libgmock-dev libclang-rt-14-dev
   curl openssl
 )
 if [[ ${1:-} == --all ]]; then
