@@ -122,23 +122,7 @@ void EventCounter::onEvent(const char *, void *self, void *data, std::uint32_t l
     counter->count.fetch_add(1);
 }
 
-Zone::Zone(const char *tz) : hadOld_(std::getenv("TZ") != nullptr) {
-    if (hadOld_) {
-        old_ = std::getenv("TZ");
-    }
-    set(tz);
-}
-
-Zone::~Zone() {
-    if (hadOld_) {
-        set(old_.c_str());
-    } else {
-        unsetenv("TZ");
-        tzset();
-    }
-}
-
-void Zone::set(const char *tz) {
+void setZone(const char *tz) {
     setenv("TZ", tz, 1);
     tzset();
 }

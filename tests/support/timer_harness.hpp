@@ -105,19 +105,8 @@ class EventCounter {
     std::string name_;
 };
 
-// Sets TZ for its lifetime. Only while no pool thread reads the local time.
-class Zone {
-  public:
-    explicit Zone(const char *tz);
-    ~Zone();
-    Zone(const Zone &) = delete;
-    Zone &operator=(const Zone &) = delete;
-    static void set(const char *tz);
-
-  private:
-    std::string old_;
-    bool hadOld_;
-};
+// Sets TZ for the process. Only while no pool thread reads the local time.
+void setZone(const char *tz);
 
 // Calendar time of a local date and time in the current zone.
 std::time_t localAt(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
@@ -152,8 +141,8 @@ class TimerTest : public ::testing::Test {
 
     void setNow(std::time_t now);
     std::time_t now() const { return now_ + nowMs_ / 1000; }
-    // Time passes in heartbeats of at most 1 s (0: one beat of 0 ms). Of a span above a minute, all but the last 5 s
-    // pass in one run of the timer list: nothing may fall due inside it.
+    // Time passes in heartbeats of at most 1 s (0: one beat of 0 ms). Of a span above a minute, all
+    // but the last 5 s pass in one run of the timer list: nothing may fall due inside it.
     void pass(std::int64_t ms);
     void run(const std::vector<Step> &steps);
 

@@ -13,6 +13,7 @@ class TimeAllocFailure : public TimerTest, public testing::WithParamInterface<Al
   protected:
     void SetUp() override {
         TimerTest::SetUp();
+        setZone("UTC0");
         uTimePlanInit();
         ASSERT_EQ(uIntervalPlanInit(), 0);
         setWallClock(nov(23, 7));

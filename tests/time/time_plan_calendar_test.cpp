@@ -26,8 +26,7 @@ struct Row {
     int logs = 0; // lines of the plan module
 };
 
-void check(const char *tz, const std::vector<Row> &rows) {
-    Zone zone(tz);
+void check(const std::vector<Row> &rows) {
     for (const Row &r : rows) {
         SCOPED_TRACE(r.what);
         setWallClock(r.now);
@@ -51,16 +50,23 @@ std::function<std::time_t()> next(std::time_t t, std::uint32_t type) {
 TEST(TimePlanCalendar, MonthLengths) {
     const struct {
         std::int32_t year, month, days;
-    } rows[] = {{2000, 1, 29}, {1900, 1, 28}, {2024, 1, 29}, {2023, 1, 28}, {2023, 11, 31},
-                {2023, 12, -1}, {2023, -1, -1}, {-1, 0, -1}}; // by 400, by 100 only
+    } rows[] = {{2000, 1, 29},  {1900, 1, 28},  {2024, 1, 29},  {2023, 1, 28},
+                {2023, 11, 31}, {2023, 12, -1}, {2023, -1, -1}, {-1, 0, -1}}; // by 400, by 100 only
     for (const auto &r : rows) {
         EXPECT_EQ(uTimePlanMonthMaxDay(r.year, r.month), r.days) << r.year << "-" << r.month;
     }
 }
 
 TEST(TimePlanCalendar, TmCompareLooksAtTheSixFieldsOnly) {
-    const std::tm base{.tm_sec = 30, .tm_min = 20, .tm_hour = 10, .tm_mday = 15, .tm_mon = 5,
-                       .tm_year = 126, .tm_wday = 1, .tm_yday = 100, .tm_isdst = 0};
+    const std::tm base{.tm_sec = 30,
+                       .tm_min = 20,
+                       .tm_hour = 10,
+                       .tm_mday = 15,
+                       .tm_mon = 5,
+                       .tm_year = 126,
+                       .tm_wday = 1,
+                       .tm_yday = 100,
+                       .tm_isdst = 0};
     int std::tm::*fields[] = {&std::tm::tm_year, &std::tm::tm_mon, &std::tm::tm_mday,
                               &std::tm::tm_hour, &std::tm::tm_min, &std::tm::tm_sec};
     for (int std::tm::*field : fields) {
@@ -78,8 +84,9 @@ TEST(TimePlanCalendar, TmCompareLooksAtTheSixFieldsOnly) {
 }
 
 TEST(TimePlanCalendar, Strings) {
+    setZone("UTC0"); // the rows' times are local times
     const std::time_t now = at(2026, 11, 23, 10);
-    check("UTC0", {
+    check({
         {"time of day", now, parse("08:30"), at(2026, 11, 23, 8, 30)},
         {"24:00 is tomorrow", now, parse("24:00"), at(2026, 11, 24, 0)},
         {"seconds above 59 count as 0", now, parse("08:30:75"), at(2026, 11, 23, 8, 30)},
@@ -115,8 +122,9 @@ TEST(TimePlanCalendar, Strings) {
 }
 
 TEST(TimePlanCalendar, Composition) {
+    setZone("UTC0"); // the rows' times are local times
     const std::time_t mon = at(2026, 11, 23, 10), sun = at(2026, 11, 29, 10);
-    check("UTC0", {
+    check({
         {"weekly today, even past", mon, compose("08:00", 2, 1), at(2026, 11, 23)},
         {"weekly Saturday", mon, compose("08:00", 2, 6), at(2026, 11, 28)},
         {"weekly 0 is Sunday", mon, compose("08:00", 2, 0), at(2026, 11, 29)},
@@ -143,8 +151,9 @@ TEST(TimePlanCalendar, Composition) {
 }
 
 TEST(TimePlanCalendar, NextOccurrence) {
+    setZone("UTC0"); // the rows' times are local times
     const std::time_t now = at(2026, 11, 23, 10), t = at(2026, 11, 23);
-    check("UTC0", {
+    check({
         {"daily over the year end", now, next(at(2026, 12, 31), 1), at(2027, 1, 1)},
         {"weekly over the year end", now, next(at(2026, 12, 29), 2), at(2027, 1, 5)},
         {"monthly 31 skips February", now, next(at(2027, 1, 31), 3), at(2027, 3, 31)},
@@ -156,89 +165,85 @@ TEST(TimePlanCalendar, NextOccurrence) {
         {"unknown never steps", now, next(t, 4), t},
         {"-1 stays", now, next(-1, 1), -1},
     });
-    Zone berlin(kBerlin); // the expected times are local times too
-    check(kBerlin, {
+    setZone(kBerlin); // the expected times are local times too
+    check({
         {"spring day is 23 h", now, next(at(2026, 3, 28), 1), at(2026, 3, 28) + 23 * 3600},
         {"autumn day is 25 h", now, next(at(2026, 10, 24), 1), at(2026, 10, 24) + 25 * 3600},
         {"weekly over spring", now, next(at(2026, 3, 22), 2), at(2026, 3, 29)},
         {"monthly over spring", now, next(at(2026, 3, 15), 3), at(2026, 4, 15)},
         {"parsed before the change", at(2026, 3, 29, 1), parse("08:00"), at(2026, 3, 29)},
-        {"composed before the change", at(2026, 10, 25, 1), compose("08:00", 1, 0), at(2026, 10, 25)},
+        {"composed before the change", at(2026, 10, 25, 1), compose("08:00", 1, 0),
+         at(2026, 10, 25)},
     });
 }
 
 TEST(TimePlanCalendar, DatesCompareByLocalDay) {
-    Zone zone(kBerlin);
+    setZone(kBerlin);
     const std::time_t lateUtc = 1795476600; // 2026-11-23 23:30 UTC, already the 24th here
     const struct {
         std::time_t a, b;
         std::int32_t order;
-    } rows[] = {{lateUtc, at(2026, 11, 24, 0, 45), 0}, {lateUtc, at(2026, 11, 24, 23, 59), 0},
-                {lateUtc, at(2026, 11, 25, 0), -1},    {lateUtc, at(2026, 11, 23, 23, 59), 1},
+    } rows[] = {{lateUtc, at(2026, 11, 24, 0, 45), 0},
+                {lateUtc, at(2026, 11, 24, 23, 59), 0},
+                {lateUtc, at(2026, 11, 25, 0), -1},
+                {lateUtc, at(2026, 11, 23, 23, 59), 1},
                 {at(2027, 1, 1, 0), at(2026, 12, 31, 23), 1},
-                {-1, lateUtc, -1},                     {lateUtc, -1, -1}};
+                {-1, lateUtc, -1},
+                {lateUtc, -1, -1}};
     for (const auto &r : rows) {
         EXPECT_EQ(timePlanDateCompare(r.a, r.b), r.order) << r.a << " " << r.b;
     }
 }
 
 TEST(TimePlanCalendar, Periods) {
-    auto period = [](const char *s, const char *e, std::uint32_t type, bool end) {
-        return [=] {
-            const uTimePlanInfo info = planInfo(s, e, type, 0);
-            std::time_t start = -2, stop = -2;
-            const bool ok = timePlanTimeCalculation(&info, &start, &stop) == 0;
-            return ok ? (end ? stop : start) : kFails;
-        };
+    setZone("UTC0");
+    const auto t = [](int d, int h, int m = 0, int s = 0) { return at(2026, 11, d, h, m, s); };
+    const struct {
+        std::time_t now;
+        const char *start, *end;
+        std::uint32_t type;
+        std::time_t from, to; // kFails: the calculation fails
+        int logs = 0;
+    } rows[] = {
+        {t(23, 20), "22:00", "06:00", 1, t(23, 22), t(24, 6)}, // before, over midnight
+        {t(23, 23), "22:00", "06:00", 1, t(23, 22), t(24, 6)}, // inside, before midnight
+        {t(24, 2), "22:00", "06:00", 1, t(23, 22), t(24, 6)},  // inside, begun yesterday
+        {t(24, 6), "22:00", "06:00", 1, t(24, 22), t(25, 6)},  // at the end: the next
+        {t(24, 7), "11-24-22:00", "11-24-06:00", 0, t(24, 22), t(25, 6)},
+        {t(23, 8, 30), "08:00", "09:00", 1, t(23, 8), t(23, 9)}, // open: past start kept
+        {t(23, 9), "08:00", "09:00", 1, t(23, 8), t(23, 9)},     // its last second
+        {t(23, 9, 0, 1), "08:00", "09:00", 1, t(24, 8), t(24, 9)},
+        {t(23, 9, 0, 1), "08:00", "09:00", 2, t(29, 8), t(29, 9)}, // weekly: Sunday
+        {t(23, 9), "08:00", "08:00", 1, t(24, 8), 0},              // equal: no end
+        {t(23, 10), "10:00", "", 1, t(23, 10), 0},
+        {t(23, 10), "08:00", "", 1, t(24, 8), 0},
+        {t(23, 9), "11-23-09:30", "11-23-10:00", 0, t(23, 9, 30), t(23, 10)},
+        {t(23, 10), "11-23-08:00", "11-23-09:00", 0, kFails, kFails}, // once plans over
+        {t(23, 10), "11-23-08:00", "", 0, kFails, kFails},
+        {t(23, 10), "11-23-08:00", "11-23-08:00", 0, kFails, kFails},
+        {t(23, 10), "11-22-22:00", "11-22-06:00", 0, kFails, kFails},
+        {t(23, 10), "25:00", "09:00", 1, kFails, kFails, 2},
+        {t(23, 10), "08:00", "23:60", 1, kFails, kFails, 2},
     };
-    auto both = [&](const char *what, std::time_t now, const char *s, const char *e,
-                    std::time_t start, std::time_t end, std::uint32_t type = 1, int logs = 0) {
-        return std::vector<Row>{{what, now, period(s, e, type, false), start, logs},
-                                {what, now, period(s, e, type, true), end, logs}};
-    };
-    std::vector<Row> rows;
-    const std::vector<Row> cases[] = {
-        both("before, over midnight", at(2026, 11, 23, 20), "22:00", "06:00", at(2026, 11, 23, 22),
-             at(2026, 11, 24, 6)),
-        both("inside, before midnight", at(2026, 11, 23, 23), "22:00", "06:00",
-             at(2026, 11, 23, 22), at(2026, 11, 24, 6)),
-        both("inside, after midnight", at(2026, 11, 24, 2), "22:00", "06:00", at(2026, 11, 23, 22),
-             at(2026, 11, 24, 6)),
-        both("at the end: the next", at(2026, 11, 24, 6), "22:00", "06:00", at(2026, 11, 24, 22),
-             at(2026, 11, 25, 6)),
-        both("once over midnight, begun", at(2026, 11, 24, 7), "11-24-22:00", "11-24-06:00",
-             at(2026, 11, 24, 22), at(2026, 11, 25, 6), 0),
-        both("open: the past start kept", at(2026, 11, 23, 8, 30), "08:00", "09:00",
-             at(2026, 11, 23), at(2026, 11, 23, 9)),
-        both("its last second", at(2026, 11, 23, 9), "08:00", "09:00", at(2026, 11, 23),
-             at(2026, 11, 23, 9)),
-        both("one second later", at(2026, 11, 23, 9, 0, 1), "08:00", "09:00", at(2026, 11, 24),
-             at(2026, 11, 24, 9)),
-        both("weekly Sunday", at(2026, 11, 23, 9, 0, 1), "08:00", "09:00", at(2026, 11, 29),
-             at(2026, 11, 29, 9), 2),
-        both("equal times: no end", at(2026, 11, 23, 9), "08:00", "08:00", at(2026, 11, 24), 0),
-        both("no end, now", at(2026, 11, 23, 10), "10:00", "", at(2026, 11, 23, 10), 0),
-        both("no end, past", at(2026, 11, 23, 10), "08:00", "", at(2026, 11, 24), 0),
-        both("once ahead", at(2026, 11, 23, 9), "11-23-09:30", "11-23-10:00",
-             at(2026, 11, 23, 9, 30), at(2026, 11, 23, 10), 0),
-        both("once over", at(2026, 11, 23, 10), "11-23-08:00", "11-23-09:00", kFails, kFails, 0),
-        both("once over, no end", at(2026, 11, 23, 10), "11-23-08:00", "", kFails, kFails, 0),
-        both("once over, equal", at(2026, 11, 23, 10), "11-23-08:00", "11-23-08:00", kFails,
-             kFails, 0),
-        both("once over midnight, over", at(2026, 11, 23, 10), "11-22-22:00", "11-22-06:00",
-             kFails, kFails, 0),
-        both("bad start", at(2026, 11, 23, 10), "25:00", "09:00", kFails, kFails, 1, 2),
-        both("bad end", at(2026, 11, 23, 10), "08:00", "23:60", kFails, kFails, 1, 2),
-    };
-    for (const auto &c : cases) {
-        rows.insert(rows.end(), c.begin(), c.end());
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << r.start << "-" << r.end << " at " << r.now);
+        setWallClock(r.now);
+        LogCapture log;
+        const uTimePlanInfo info = planInfo(r.start, r.end, r.type, 0);
+        std::time_t from = kFails, to = kFails;
+        EXPECT_EQ(timePlanTimeCalculation(&info, &from, &to), r.from == kFails ? -1 : 0);
+        if (r.from != kFails) {
+            EXPECT_EQ(from, r.from);
+            EXPECT_EQ(to, r.to);
+        }
+        EXPECT_EQ(log.countContaining("platform.utils.timePlan", ""), r.logs);
     }
-    check("UTC0", rows);
+    setWallClock(0);
     const uTimePlanInfo info = planInfo("08:00", "09:00", 1, 0);
-    std::time_t t = 0;
-    EXPECT_EQ(timePlanTimeCalculation(nullptr, &t, &t), -1);
-    EXPECT_EQ(timePlanTimeCalculation(&info, nullptr, &t), -1);
-    EXPECT_EQ(timePlanTimeCalculation(&info, &t, nullptr), -1);
+    std::time_t x = 0;
+    EXPECT_EQ(timePlanTimeCalculation(nullptr, &x, &x), -1);
+    EXPECT_EQ(timePlanTimeCalculation(&info, nullptr, &x), -1);
+    EXPECT_EQ(timePlanTimeCalculation(&info, &x, nullptr), -1);
 }
 
 } // namespace

@@ -43,6 +43,7 @@ class Plans : public TimerTest {
   protected:
     void SetUp() override {
         TimerTest::SetUp();
+        setZone("UTC0");
         uTimePlanInit();
     }
     void TearDown() override {
@@ -94,7 +95,6 @@ class Plans : public TimerTest {
         };
     }
 
-    Zone zone_{"UTC0"};
     char kitchen_[8] = "kitchen";
     std::vector<std::pair<const char *, std::int32_t>> pauses_;
 };
@@ -116,9 +116,6 @@ TEST_F(Plans, Scenarios) {
     uTimePlanInfo dated = planInfo("08:00", "09:00", 1, 8);
     std::snprintf(dated.startDate, sizeof dated.startDate, "2026-11-24");
     std::snprintf(dated.endDate, sizeof dated.endDate, "2026-11-25");
-    uTimePlanInfo onceDated = planInfo("11-23-10:00", "11-23-10:00:30", 0, 9);
-    std::snprintf(onceDated.startDate, sizeof onceDated.startDate, "2026-11-01");
-    std::snprintf(onceDated.endDate, sizeof onceDated.endDate, "2026-11-20"); // over: end kept
     const Scenario scenarios[] = {
         {"added inside its period: starts silently",
          nov(23, 8, 30),
@@ -126,11 +123,6 @@ TEST_F(Plans, Scenarios) {
           {expectStatus(p, 2), 0, nov(23, 9), {{E + 7, nov(23, 9)}}},
           {expectStatus(p, 1, nov(24, 8)), 0, nov(24, 8), {{7, nov(24, 8)}}},
           {nullptr, 0, nov(24, 9), {{E + 7, nov(24, 9)}}}}},
-        {"over midnight",
-         nov(23, 21, 59, 50),
-         {{addP(planInfo("22:00", "06:00", 1, 1)), 0, nov(23, 21, 59, 59), {}},
-          {nullptr, 0, nov(23, 22), {{1, nov(23, 22)}}},
-          {expectStatus(p, 2), 0, nov(24, 6), {{E + 1, nov(24, 6)}}}}},
         {"once plans go after their end and free their ids",
          nov(23, 10),
          {{[&] {
@@ -141,8 +133,13 @@ TEST_F(Plans, Scenarios) {
                EXPECT_EQ(add(planInfo("11-23-09:00", "11-23-09:30", 0, 3)), 0); // over
                EXPECT_EQ(add(planInfo("11-23-09:00", "", 0, 3)), 0);
            },
-           0, nov(23, 10, 0, 3), {{2, nov(23, 10, 0, 3)}}},
-          {expectStatus(p, 0), 0, nov(23, 10, 0, 10), {{1, nov(23, 10, 0, 5)}, {E + 1, nov(23, 10, 0, 10)}}},
+           0,
+           nov(23, 10, 0, 3),
+           {{2, nov(23, 10, 0, 3)}}},
+          {expectStatus(p, 0),
+           0,
+           nov(23, 10, 0, 10),
+           {{1, nov(23, 10, 0, 5)}, {E + 1, nov(23, 10, 0, 10)}}},
           {[&] { EXPECT_EQ(freePlanIds(), q); }, 0, nov(23, 10, 0, 30), {}}}},
         // Served a second late, a plan without an end skips its start and keeps no timer until
         // the next time change: intended, a late start would surprise more than a missed one.
@@ -155,7 +152,9 @@ TEST_F(Plans, Scenarios) {
                uTimerCheckSysTimeUpdated();
                expectStatus(p, 1, nov(26, 10, 0, 5))();
            },
-           0, nov(26, 10, 0, 5), {{4, nov(26, 10, 0, 5)}}}}},
+           0,
+           nov(26, 10, 0, 5),
+           {{4, nov(26, 10, 0, 5)}}}}},
         {"a date range limits the days",
          nov(23, 7, 59, 55),
          {{addP(dated), 0, nov(23, 9, 0, 5), {}},
@@ -166,11 +165,6 @@ TEST_F(Plans, Scenarios) {
           {nullptr, 0, nov(26, 8, 0, 1), {}},
           {nullptr, 0, nov(26, 9, 0, 1), {}},
           {expectStatus(p, 1, nov(27, 8)), 0, nov(26, 9, 0, 2), {}}}}, // never removed
-        {"a once plan past its date range keeps its time",
-         nov(23, 9, 59, 55),
-         {{addP(onceDated), 0, nov(23, 10), {{9, nov(23, 10)}}},
-          {nullptr, 0, nov(23, 10, 0, 30), {{E + 9, nov(23, 10, 0, 30)}}},
-          {expectStatus(p, 0), 0, nov(23, 10, 0, 31), {}}}},
         {"monthly, further than the longest timer",
          nov(23, 10),
          {{addP(planInfo("09:00", "09:30", 3, 5, 23)), 0, nov(23, 10) + 2'000'000, {}},
@@ -178,28 +172,23 @@ TEST_F(Plans, Scenarios) {
         {"deleting a running plan ends it on the caller",
          nov(23, 9, 59, 58),
          {{addP(planInfo("10:00", "11:00", 1, 3)), 0, nov(23, 10, 0, 1), {{3, nov(23, 10)}}},
-          {[&] { uTimePlanDel(p), uTimePlanDel(p), uTimePlanDel(0); }, 0, nov(23, 11, 0, 1),
+          {[&] { uTimePlanDel(p), uTimePlanDel(p), uTimePlanDel(0); },
+           0,
+           nov(23, 11, 0, 1),
            {{E + 3, nov(23, 10, 0, 1)}}}}},
         {"a time zone change reschedules",
          nov(23, 7, 30),
          {{[&] {
                p = add(planInfo("08:00", "09:00", 1, 1)), q = add(planInfo("10:00", "11:00", 1, 2));
-               Zone::set("XXX-1"); // an hour east: 08:30 local
+               setZone("XXX-1"); // an hour east: 08:30 local
                uEventRaise("TIME_ZONE_CHANGED", nullptr, 0);
                expectStatus(q, 1, nov(23, 10))(); // 10:00 local
            },
-           0, nov(23, 7, 30), {{1, nov(23, 7, 30)}}},
+           0,
+           nov(23, 7, 30),
+           {{1, nov(23, 7, 30)}}},
           {nullptr, 0, nov(23, 8), {{E + 1, nov(23, 8)}}},
-          {[] { Zone::set("UTC0"); }, 0, nov(23, 8, 0, 1), {}}}},
-        {"a jump of the system time reschedules",
-         nov(23, 7),
-         {{[&] {
-               p = add(planInfo("08:00", "09:00", 1, 1)), q = add(planInfo("07:45", "", 1, 2));
-               setNow(nov(23, 8, 30));
-               platformSimAdvanceMs(60'000); // seen by the timer task as a jump
-           },
-           0, 0, {{1, nov(23, 8, 30)}}},
-          {expectStatus(q, 1, nov(24, 7, 45)), 0, nov(23, 9), {{E + 1, nov(23, 9)}}}}},
+          {[] { setZone("UTC0"); }, 0, nov(23, 8, 0, 1), {}}}},
     };
     for (const Scenario &s : scenarios) {
         SCOPED_TRACE(s.name);
@@ -214,7 +203,9 @@ TEST_F(Plans, PauseScenarios) {
     char other[] = "garden";
     // A daily plan of group "kitchen" from 08:00 to 09:00, running since 08:00.
     const std::vector<Step> running = {
-        {[&] { p = add(planInfo("08:00", "09:00", 1, 1), kitchen_); }, 0, nov(23, 8),
+        {[&] { p = add(planInfo("08:00", "09:00", 1, 1), kitchen_); },
+         0,
+         nov(23, 8),
          {{1, nov(23, 8)}}}};
     auto then = [&](std::vector<Step> more) {
         std::vector<Step> all = running;
@@ -222,28 +213,29 @@ TEST_F(Plans, PauseScenarios) {
         return all;
     };
     const Scenario scenarios[] = {
-        {"a pause ends a running plan and its end resumes it",
-         nov(23, 7, 59, 58),
-         then({{[&] { a = pause("kitchen", "2026-11-23", "2026-11-24"); }, 20'000, 0,
+        {"a pause ends a running plan and its end resumes it", nov(23, 7, 59, 58),
+         then({{[&] { a = pause("kitchen", "2026-11-23", "2026-11-24"); },
+                20'000,
+                0,
                 {{E + 1, nov(23, 8)}}},
-               {[&] { expectStatus(p, 1)(), unpause("kitchen", a); }, 0, nov(23, 8, 0, 20),
+               {[&] { expectStatus(p, 1)(), unpause("kitchen", a); },
+                0,
+                nov(23, 8, 0, 20),
                 {{1, nov(23, 8, 0, 20)}}},
                {expectStatus(p, 2), 0, nov(23, 9), {{E + 1, nov(23, 9)}}}})},
-        {"resumed after its period, a plan waits for the next",
-         nov(23, 7, 59, 58),
-         then({{[&] { a = pause("kitchen", "2026-11-23", "2026-11-24"); }, 0, nov(23, 9, 10),
-                {{E + 1, nov(23, 8)}}},
-               {[&] { unpause("kitchen", a); }, 0, nov(24, 8), {{1, nov(24, 8)}}}})},
-        {"overlapping pauses hold until the last ends",
-         nov(23, 7, 59, 58),
+        {"overlapping pauses hold until the last ends", nov(23, 7, 59, 58),
          then({{[&] {
                     a = pause("kitchen", "2026-11-23", "2026-11-25");
                     b = pause("Kitchen", "2026-11-22", "2026-11-24"); // the same group
                     EXPECT_NE(a, b);
                 },
-                0, nov(23, 8, 10), {{E + 1, nov(23, 8)}}},
+                0,
+                nov(23, 8, 10),
+                {{E + 1, nov(23, 8)}}},
                {[&] { unpause("KITCHEN", a), expectStatus(p, 1)(); }, 0, 0, {}},
-               {[&] { unpause("kitchen", b), expectStatus(p, 2)(); }, 0, 0,
+               {[&] { unpause("kitchen", b), expectStatus(p, 2)(); },
+                0,
+                0,
                 {{1, nov(23, 8, 10)}}}})},
         {"pauses begin and end by their timers",
          nov(23, 23, 59, 45),
@@ -251,7 +243,9 @@ TEST_F(Plans, PauseScenarios) {
                p = add(planInfo("23:59:50", "00:00:10", 1, 2), kitchen_);
                pause("kitchen", "2026-11-24", "2026-11-25");
            },
-           0, nov(24, 0, 0, 5), {{2, nov(23, 23, 59, 50)}, {E + 2, nov(24, 0)}}},
+           0,
+           nov(24, 0, 0, 5),
+           {{2, nov(23, 23, 59, 50)}, {E + 2, nov(24, 0)}}},
           {nullptr, 0, nov(24, 23, 59, 55), {}}, // held through the next start
           {nullptr, 0, nov(25, 0, 0, 15), {{2, nov(25, 0)}, {E + 2, nov(25, 0, 0, 10)}}}}},
         {"a pause longer than the longest timer ends on time",
@@ -260,10 +254,14 @@ TEST_F(Plans, PauseScenarios) {
                p = add(planInfo("00:00:05", "00:00:15", 1, 6), kitchen_);
                pause("kitchen", "2026-11-24", "2026-12-31");
            },
-           0, nov(24, 0, 0, 20), {}},
+           0,
+           nov(24, 0, 0, 20),
+           {}},
           {nullptr, 0, nov(24, 0, 0, 20) + 2'000'000, {}},
           {nullptr, 0, localAt(2026, 12, 31, 0, 0, 4), {}},
-          {nullptr, 0, localAt(2026, 12, 31, 0, 0, 20),
+          {nullptr,
+           0,
+           localAt(2026, 12, 31, 0, 0, 20),
            {{6, localAt(2026, 12, 31, 0, 0, 5)}, {E + 6, localAt(2026, 12, 31, 0, 0, 15)}}}}},
         {"plans added to a paused group wait; ungrouped plans never do",
          nov(23, 7, 59, 58),
@@ -274,32 +272,25 @@ TEST_F(Plans, PauseScenarios) {
                q = add(planInfo("08:00", "09:00", 1, 4), other);
                add(planInfo("08:00", "09:00", 1, 5));
            },
-           0, nov(23, 8, 0, 1), {{5, nov(23, 8)}}},
+           0,
+           nov(23, 8, 0, 1),
+           {{5, nov(23, 8)}}},
           {nullptr, 0, nov(23, 8, 30), {}},
           {[&] { unpause("kitchen", a); }, 0, 0, {{3, nov(23, 8, 30)}}}}},
-        {"past pauses are inert",
-         nov(23, 7, 59, 58),
+        {"past pauses are inert", nov(23, 7, 59, 58),
          then({{[&] { a = pause("kitchen", "2026-11-01", "2026-11-23"); }, 0, nov(23, 8, 10), {}},
                {[&] { unpause("kitchen", a); }, 0, 0, {}}})},
-        {"a time change reschedules pauses and plans",
-         nov(23, 7, 59, 58),
+        {"a time change reschedules pauses and plans", nov(23, 7, 59, 58),
          then({{[&] {
                     pause("kitchen", "2026-11-23", "2026-11-24");
                     setNow(nov(22, 8, 30)); // set back a day: the pause lies ahead again
                     uTimerCheckSysTimeUpdated();
                 },
-                0, nov(22, 9), {{1, nov(22, 8, 30)}, {E + 1, nov(22, 9)}, {E + 1, nov(23, 8)}}},
+                0,
+                nov(22, 9),
+                {{1, nov(22, 8, 30)}, {E + 1, nov(22, 9)}, {E + 1, nov(23, 8)}}},
                {nullptr, 0, nov(23, 0, 0, 5), {}}, // the pause begins again at midnight
                {nullptr, 0, nov(23, 8, 0, 30), {}}})},
-        {"the last pause takes its group along",
-         nov(23, 10),
-         {{[&] {
-               a = pause("kitchen", "2026-11-24", "2026-11-25");
-               b = pause("kitchen", "2026-11-26", "2026-11-27");
-               unpause("kitchen", a), unpause("kitchen", b);
-               p = add(planInfo("10:00:05", "10:00:10", 1, 5), kitchen_);
-           },
-           0, nov(23, 10, 0, 10), {{5, nov(23, 10, 0, 5)}, {E + 5, nov(23, 10, 0, 10)}}}}},
     };
     for (const Scenario &s : scenarios) {
         SCOPED_TRACE(s.name);
@@ -373,7 +364,12 @@ TEST_F(Plans, RefusedInput) {
         {"null plan", [] { return uTimePlanAdd(nullptr); }, false},
         {"no start callback", [&] { return uTimePlanAdd(&noStart); }, false},
         {"no end callback", [&] { return uTimePlanAdd(&noEndCb); }, true},
-        {"daily with a day", [] { auto i = planInfo("08:00", "09:00", 1, 1, 2); return uTimePlanAdd(&i); }, false},
+        {"daily with a day",
+         [] {
+             auto i = planInfo("08:00", "09:00", 1, 1, 2);
+             return uTimePlanAdd(&i);
+         },
+         false},
         {"null pause", [] { return uTimePlanPauseAdd(nullptr); }, false, -1},
         {"pause type 1", [&] { return uTimePlanPauseAdd(&typed); }, false, 0},
         {"null group", [&] { return pause(nullptr, "2026-11-23", "2026-11-24"); }, false, -1},

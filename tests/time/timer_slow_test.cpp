@@ -24,7 +24,8 @@ TEST(SlowHeartbeat, PeriodComesFromTheEnvironment) {
     const struct {
         const char *value;
         int atLeast, atMost;
-    } rows[] = {{"250", 1, 5}, {"1000", 0, 2}, {"0", 10, 255}, {"abc", 10, 255}, {"60001", 10, 255}};
+    } rows[] = {
+        {"250", 1, 5}, {"1000", 0, 2}, {"0", 10, 255}, {"abc", 10, 255}, {"60001", 10, 255}};
     for (const auto &r : rows) {
         SCOPED_TRACE(r.value);
         const auto beatsInASecond = [&] {

@@ -13,9 +13,9 @@ TEST(TimerArithmetic, DiffMsCoversEveryOrderOfTheTwoUpTimes) {
     const struct {
         std::uint32_t s0, us0, s1, us1, ms, rest;
     } rows[] = {
-        {10, 100, 10, 1600, 1, 500},      {10, 1600, 10, 1600, 0, 0},
-        {10, 1600, 10, 100, 0, 0},        {11, 0, 10, 999999, 0, 0}, // backwards
-        {10, 0, 11, 500000, 1500, 0},     {10, 900500, 12, 100000, 1199, 500}, // borrows
+        {10, 100, 10, 1600, 1, 500},  {10, 1600, 10, 1600, 0, 0},
+        {10, 1600, 10, 100, 0, 0},    {11, 0, 10, 999999, 0, 0},           // backwards
+        {10, 0, 11, 500000, 1500, 0}, {10, 900500, 12, 100000, 1199, 500}, // borrows
         {10, 999999, 11, 0, 0, 1},
     };
     for (const auto &r : rows) {
@@ -35,8 +35,8 @@ TEST(TimerArithmetic, AdjustCarriesMicrosecondsAndReportsJumps) {
         std::int32_t carry, ms, carryAfter;
         bool jump;
     } rows[] = {
-        {10, 0, 10, 1500, 600, 2, 100, false},  // 1 ms and a carry reaching 1100 us
-        {10, 0, 10, 2500, 500, 3, 0, false},    // exactly 1000 us already counts
+        {10, 0, 10, 1500, 600, 2, 100, false}, // 1 ms and a carry reaching 1100 us
+        {10, 0, 10, 2500, 500, 3, 0, false},   // exactly 1000 us already counts
         {10, 0, 10, 4000, -1500, 3, -500, false},
         {10, 0, 20, 999999, 0, 10999, 999, false}, // 10 s is not a jump yet
         {100, 250, 111, 0, 999, 50, 999, true},    // 11 s forward: no remainder
@@ -109,7 +109,9 @@ TEST_F(TimerTest, UpTimeJumpsAreReportedOnceAndTheTickFollowsTheMeasure) {
               EXPECT_EQ(uTimerRemainGet(later), 9000U);
               advance(5000), advance(10'000); // 10 s in one pass is not a jump yet
           },
-          0, 0, {{2}}}});
+          0,
+          0,
+          {{2}}}});
     EXPECT_EQ(updated.count, 2);
     EXPECT_EQ(platformSimTimeBaseUpdates(nullptr, nullptr, nullptr), rebases + 2);
 }
@@ -145,8 +147,8 @@ TEST_F(TimerTest, CalendarTimesATimerCannotReachAreRefused) {
     const struct {
         std::int64_t offset;
         bool armed, outOfRange;
-    } rows[] = {{90, true, false},          {2'147'483, true, false}, {2'147'484, false, true},
-                {4'294'968, false, true},   {-1, false, false},       {-2'147'483, false, false},
+    } rows[] = {{90, true, false},        {2'147'483, true, false}, {2'147'484, false, true},
+                {4'294'968, false, true}, {-1, false, false},       {-2'147'483, false, false},
                 {-3'000'000, false, true}};
     for (const auto &r : rows) {
         LogCapture log;
@@ -179,8 +181,12 @@ TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
          {[&] { EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft[0]); }, 0, 0, {}},
          {[&] { setWallClock(wall[1]), checktimeoutCb(30'000); }, 0, 0, {{2}}},
          {[&] { EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft[1]); }, 500, 0, {{4}}},
-         {[&] { uTimerRefresh(twoHours, 1'000'000), setWallClock(wall[2]), checktimeoutCb(30'000); },
-          0, 0, {}}});
+         {[&] {
+              uTimerRefresh(twoHours, 1'000'000), setWallClock(wall[2]), checktimeoutCb(30'000);
+          },
+          0,
+          0,
+          {}}});
     EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft[2]);
 }
 

@@ -34,7 +34,9 @@ TEST_F(TimerTest, Scenarios) {
                EXPECT_EQ(t.add(-1, 6), 0U);
                EXPECT_EQ(t.keep(uTimerAddWithWakeup(Recorder::callback, tag(6), INT64_MIN)), 0U);
            },
-           0, 0, {{5}}}, // even a pass that measured no time
+           0,
+           0,
+           {{5}}}, // even a pass that measured no time
           {nullptr, 99, 0, {}},
           {nullptr, 1, 0, {{2}}},
           {nullptr, 100, 0, {{3}, {4}}},
@@ -54,7 +56,9 @@ TEST_F(TimerTest, Scenarios) {
                remain(0, 300)();
                remain(1, 350)();
            },
-           299, 0, {}},
+           299,
+           0,
+           {}},
           {nullptr, 1, 0, {{1}}},
           {nullptr, 1000, 0, {{2}}}}}, // the old expiry passes without a second call
         {"deleting keeps the later timers on time",
@@ -67,18 +71,24 @@ TEST_F(TimerTest, Scenarios) {
                remain(1, 0)();
                remain(2, 300)();
            },
-           299, 0, {}},
+           299,
+           0,
+           {}},
           {nullptr, 1, 0, {{3}}}}},
         {"a null callback expires like any other",
          {{[&] { id[0] = t.keep(uTimerAdd(nullptr, tag(1), 10)), t.add(10, 2), t.add(20, 3); },
-           10, 0, {{2}}},
+           10,
+           0,
+           {{2}}},
           {remain(0, 0), 10, 0, {{3}}}}},
         {"callbacks may delete, refresh and add timers",
          {{[&] {
                t.keep(uTimerAdd(deleteAndRefresh, nullptr, 100));
                id[2] = t.add(200, 2), id[3] = t.add(150, 3);
            },
-           100, 0, {{8}}},
+           100,
+           0,
+           {{8}}},
           {[&] { t.keep(follower), remain(2, 0)(), remain(3, 500)(); }, 50, 0, {{9}}},
           {nullptr, 450, 0, {{3}}}}},
     };
@@ -143,7 +153,9 @@ TEST_F(TimerTest, ExhaustedPoolRefusesAddsAndRecovers) {
               uTimerDel(fillers.back());
               EXPECT_NE(t.add(10, 4), 0U);
           },
-          10, 0, {{2}, {4}}}});
+          10,
+          0,
+          {{2}, {4}}}});
     t.clear();
     std::vector<std::uint32_t> refill = exhaustPool();
     EXPECT_EQ(refill.size(), fillers.size() + 1); // every record came back
@@ -175,7 +187,9 @@ TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
         {"deleting the earliest", [] { uTimerDel(id[4]); }, 1, 0, 2700},
         {"deleting the last", [] { uTimerDel(id[1]); }, 0, 1, -1},
         {"calendar-bound timers wake up",
-         [&] { setWallClock(1'700'000'000), t.keep(uTimerEventAdd(nullptr, nullptr, 1'700'000'090)); },
+         [&] {
+             setWallClock(1'700'000'000), t.keep(uTimerEventAdd(nullptr, nullptr, 1'700'000'090));
+         },
          1, 0, 90'000},
         {"it goes too", [&] { t.clear(); }, 0, 1, -1},
     };
