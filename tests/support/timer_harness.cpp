@@ -67,14 +67,12 @@ void Recorder::callback(void *arg) {
     Recorder &self = instance();
     std::lock_guard lock(self.mutex_);
     self.fired_.push_back({reinterpret_cast<std::uintptr_t>(arg), time(nullptr)});
-    self.all_.push_back(self.fired_.back());
     self.threads_.emplace_back(name);
 }
 
 void Recorder::reset() {
     std::lock_guard lock(mutex_);
     fired_.clear();
-    all_.clear();
     threads_.clear();
 }
 
@@ -87,12 +85,6 @@ std::vector<Fired> Recorder::take() {
         return a.at != b.at ? a.at < b.at : a.tag < b.tag;
     });
     return out;
-}
-
-int Recorder::count(std::uintptr_t value) const {
-    std::lock_guard lock(mutex_);
-    return static_cast<int>(
-        std::count_if(all_.begin(), all_.end(), [&](const Fired &f) { return f.tag == value; }));
 }
 
 std::vector<std::string> Recorder::threadNames() const {

@@ -60,13 +60,11 @@ class Recorder {
     // What fired since the last take, by second, then tag: callbacks of one pass run on several
     // pool threads in no fixed order.
     std::vector<Fired> take();
-    int count(std::uintptr_t tag) const;
     std::vector<std::string> threadNames() const;
 
   private:
     mutable std::mutex mutex_;
     std::vector<Fired> fired_;
-    std::vector<Fired> all_;
     std::vector<std::string> threads_;
 };
 
