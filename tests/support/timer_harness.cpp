@@ -4,6 +4,8 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 
 // The library reads the calendar time through time(); this definition takes precedence over the
 // C library's, so a test can set the wall clock. 0 means the real clock.
@@ -50,12 +52,6 @@ void advance(std::uint32_t ms) {
     platformSimHeartbeat();
 }
 
-UpTime upTimeNow() {
-    UpTime now{};
-    osaGetSysUpTime(&now.seconds, &now.microseconds);
-    return now;
-}
-
 void setWallClock(std::time_t now) {
     fakeWallClock.store(now);
 }
@@ -70,7 +66,7 @@ void Recorder::callback(void *arg) {
     pthread_getname_np(pthread_self(), name, sizeof name);
     Recorder &self = instance();
     std::lock_guard lock(self.mutex_);
-    self.fired_.push_back(reinterpret_cast<std::uintptr_t>(arg));
+    self.fired_.push_back({reinterpret_cast<std::uintptr_t>(arg), time(nullptr)});
     self.threads_.emplace_back(name);
 }
 
@@ -80,27 +76,20 @@ void Recorder::reset() {
     threads_.clear();
 }
 
-std::vector<std::uintptr_t> Recorder::fired() const {
+std::vector<Fired> Recorder::take() {
+    platformSimWaitPoolsIdle();
     std::lock_guard lock(mutex_);
-    return fired_;
-}
-
-int Recorder::count(std::uintptr_t value) const {
-    std::lock_guard lock(mutex_);
-    return static_cast<int>(std::count(fired_.begin(), fired_.end(), value));
+    std::vector<Fired> out;
+    out.swap(fired_);
+    std::sort(out.begin(), out.end(), [](const Fired &a, const Fired &b) {
+        return a.at != b.at ? a.at < b.at : a.tag < b.tag;
+    });
+    return out;
 }
 
 std::vector<std::string> Recorder::threadNames() const {
     std::lock_guard lock(mutex_);
     return threads_;
-}
-
-Timers::~Timers() {
-    clear();
-}
-
-std::uint32_t Timers::add(std::int64_t delayMs, std::uintptr_t value, std::uint32_t options) {
-    return keep(uTimerAddWithOptions(Recorder::callback, tag(value), delayMs, options));
 }
 
 std::uint32_t Timers::keep(std::uint32_t id) {
@@ -118,19 +107,98 @@ void Timers::clear() {
     platformSimWaitPoolsIdle(); // wake-up arming queued by the adds
 }
 
-EventCounter::EventCounter(const char *name) : name_(name) {
-    uEventCare(name, onEvent, this);
-}
-
-EventCounter::~EventCounter() {
-    uEventClear(name_.c_str(), onEvent);
-}
-
 void EventCounter::onEvent(const char *, void *self, void *data, std::uint32_t length) {
     auto *counter = static_cast<EventCounter *>(self);
-    counter->lastData_.store(reinterpret_cast<std::uintptr_t>(data));
-    counter->lastLength_.store(length);
-    counter->count_.fetch_add(1);
+    counter->lastData.store(reinterpret_cast<std::uintptr_t>(data));
+    counter->lastLength.store(length);
+    counter->count.fetch_add(1);
+}
+
+void setZone(const char *tz) {
+    setenv("TZ", tz, 1);
+    tzset();
+}
+
+std::time_t localAt(int year, int month, int day, int hour, int minute, int second) {
+    struct tm tm {};
+    tm.tm_year = year - 1900;
+    tm.tm_mon = month - 1;
+    tm.tm_mday = day;
+    tm.tm_hour = hour;
+    tm.tm_min = minute;
+    tm.tm_sec = second;
+    tm.tm_isdst = -1;
+    return mktime(&tm);
+}
+
+uTimePlanInfo planInfo(const char *start, const char *end, std::uint32_t repeatType,
+                       std::uintptr_t label, std::uint32_t repeatDate) {
+    uTimePlanInfo info{};
+    std::snprintf(info.startTime, sizeof info.startTime, "%s", start);
+    std::snprintf(info.endTime, sizeof info.endTime, "%s", end);
+    info.startCb = Recorder::callback;
+    info.endCb = Recorder::callback;
+    info.startArg = tag(label);
+    info.endArg = tag(label + kEnd);
+    info.repeatType = repeatType;
+    info.repeatDate = repeatDate;
+    return info;
+}
+
+void TimerTest::setNow(std::time_t now) {
+    now_ = now;
+    nowMs_ = 0;
+    setWallClock(now);
+}
+
+void TimerTest::syncWallClock() {
+    if (now_ != 0) { // timer-only tests keep the real clock
+        setWallClock(now());
+    }
+}
+
+void TimerTest::pass(std::int64_t ms) {
+    if (ms == 0) {
+        advance(0); // a pass that measures no time still serves what is due
+        return;
+    }
+    if (ms > 60'000) {
+        const std::int64_t quiet = (ms - 5000) / 1000 * 1000;
+        nowMs_ += quiet;
+        syncWallClock();
+        uTimerRun(static_cast<std::int32_t>(quiet));
+        platformSimWaitPoolsIdle();
+        ms -= quiet;
+    }
+    while (ms > 0) {
+        const std::int64_t slice = std::min<std::int64_t>(ms, 1000 - nowMs_ % 1000);
+        nowMs_ += slice;
+        ms -= slice;
+        syncWallClock(); // before the beat, so a callback sees the second it was due in
+        advance(static_cast<std::uint32_t>(slice));
+    }
+}
+
+void TimerTest::run(const std::vector<Step> &steps) {
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        const Step &step = steps[i];
+        SCOPED_TRACE("step " + std::to_string(i + 1));
+        if (step.act) {
+            step.act();
+        }
+        pass(step.until != 0 ? (step.until - now()) * 1000 - nowMs_ % 1000 : step.ms);
+        std::vector<Fired> got = Recorder::instance().take();
+        const bool anySecond = std::all_of(step.fired.begin(), step.fired.end(),
+                                           [](const Fired &f) { return f.at == 0; });
+        if (anySecond) {
+            for (Fired &f : got) {
+                f.at = 0;
+            }
+            std::sort(got.begin(), got.end(),
+                      [](const Fired &a, const Fired &b) { return a.tag < b.tag; });
+        }
+        EXPECT_EQ(got, step.fired);
+    }
 }
 
 } // namespace pu::test

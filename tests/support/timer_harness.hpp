@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Shared set-up of the timer suites: the timer service on the simulated clock, a recorder for
-// fired callbacks and events, and a wall clock the tests can set.
+// Shared set-up of the timer suites: the timer service on the simulated clock, a wall clock the
+// tests set, a recorder of fired callbacks, and scenarios of steps ("do this; let that much time
+// pass; expect these callbacks") for timers and plans.
 //
 // The service is a process-wide singleton that is never torn down, so every test deletes the
 // timers it adds (Timers does it on destruction) and never assumes a fresh task state.
@@ -13,11 +14,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
-#include <map>
+#include <functional>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -29,41 +30,43 @@ inline constexpr std::int32_t kTestPoolBlocks = 1000;
 // Starts the service once per process in manual mode and returns its power-manager handle.
 int timerPowerHandle();
 
-// Advances the simulated up-time by ms, fires one heartbeat and waits for the pass and the
-// callbacks it queued.
+// Advances the simulated up-time by ms, fires one heartbeat and waits for the callbacks it queued.
 void advance(std::uint32_t ms);
-
-// The current simulated up-time.
-struct UpTime {
-    std::uint32_t seconds;
-    std::uint32_t microseconds;
-};
-UpTime upTimeNow();
 
 // Sets the calendar time time() returns (0: the real clock again).
 void setWallClock(std::time_t now);
 
-// Timer arguments are small tags; the recorder keeps the tags of fired callbacks in the order
-// their callbacks ran, and the name of the thread each ran on.
+inline void *tag(std::uintptr_t value) {
+    return reinterpret_cast<void *>(value);
+}
+
+// One callback: its argument and the wall-clock second it ran in.
+struct Fired {
+    std::uintptr_t tag;
+    std::time_t at = 0;
+    bool operator==(const Fired &) const = default;
+};
+inline void PrintTo(const Fired &f, std::ostream *out) {
+    *out << f.tag << "@" << f.at;
+}
+
+// Timer and plan arguments are small tags; the recorder keeps what fired and on which thread.
 class Recorder {
   public:
     static Recorder &instance();
     static void callback(void *arg);
 
     void reset();
-    std::vector<std::uintptr_t> fired() const;
-    int count(std::uintptr_t tag) const;
+    // What fired since the last take, by second, then tag: callbacks of one pass run on several
+    // pool threads in no fixed order.
+    std::vector<Fired> take();
     std::vector<std::string> threadNames() const;
 
   private:
     mutable std::mutex mutex_;
-    std::vector<std::uintptr_t> fired_;
+    std::vector<Fired> fired_;
     std::vector<std::string> threads_;
 };
-
-inline void *tag(std::uintptr_t value) {
-    return reinterpret_cast<void *>(value);
-}
 
 // Timers of one test, deleted when it ends (deleting a fired timer does nothing).
 class Timers {
@@ -71,9 +74,11 @@ class Timers {
     Timers() = default;
     Timers(const Timers &) = delete;
     Timers &operator=(const Timers &) = delete;
-    ~Timers();
+    ~Timers() { clear(); }
 
-    std::uint32_t add(std::int64_t delayMs, std::uintptr_t value, std::uint32_t options = 0);
+    std::uint32_t add(std::int64_t delayMs, std::uintptr_t value, std::uint32_t options = 0) {
+        return keep(uTimerAddWithOptions(Recorder::callback, tag(value), delayMs, options));
+    }
     std::uint32_t keep(std::uint32_t id); // tracks an id added some other way
     void clear();
 
@@ -81,35 +86,70 @@ class Timers {
     std::vector<std::uint32_t> ids_;
 };
 
-// Counts raises of one event, with the data and length of the last one. All counters share one
-// callback, and the bus keeps one registration per callback: one counter per event at a time.
+// Counts raises of one event, with the data and length of the last one (one counter per event).
 class EventCounter {
   public:
-    explicit EventCounter(const char *name);
-    ~EventCounter();
+    explicit EventCounter(const char *name) : name_(name) { uEventCare(name, onEvent, this); }
+    ~EventCounter() { uEventClear(name_.c_str(), onEvent); }
     EventCounter(const EventCounter &) = delete;
     EventCounter &operator=(const EventCounter &) = delete;
 
-    int count() const { return count_.load(); }
-    std::uintptr_t lastData() const { return lastData_.load(); }
-    std::uint32_t lastLength() const { return lastLength_.load(); }
+    std::atomic<int> count{0};
+    std::atomic<std::uintptr_t> lastData{0};
+    std::atomic<std::uint32_t> lastLength{0};
 
   private:
     static void onEvent(const char *name, void *self, void *data, std::uint32_t length);
     std::string name_;
-    std::atomic<int> count_{0};
-    std::atomic<std::uintptr_t> lastData_{0};
-    std::atomic<std::uint32_t> lastLength_{0};
 };
 
-// Gtest fixture: starts the service and clears the recorder.
+// Sets TZ for the process. Only while no pool thread reads the local time.
+void setZone(const char *tz);
+
+// Calendar time of a local date and time in the current zone.
+std::time_t localAt(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+// A local time in November 2026, the month most plan tests live in (the 23rd is a Monday).
+inline std::time_t nov(int day, int hour, int minute = 0, int second = 0) {
+    return localAt(2026, 11, day, hour, minute, second);
+}
+
+// A plan whose start records tag label and whose end records label + kEnd.
+inline constexpr std::uintptr_t kEnd = 100;
+uTimePlanInfo planInfo(const char *start, const char *end, std::uint32_t repeatType,
+                       std::uintptr_t label, std::uint32_t repeatDate = 0);
+
+// One step of a scenario: run act, let time pass (ms, or up to the wall-clock second until),
+// then expect what fired during the step. Expected seconds of 0 match any second.
+struct Step {
+    std::function<void()> act;
+    std::int64_t ms = 0;
+    std::time_t until = 0;
+    std::vector<Fired> fired;
+};
+
+// Gtest fixture: starts the service, clears the recorder, and runs scenarios with the wall clock
+// moving along with the simulated up-time.
 class TimerTest : public ::testing::Test {
   protected:
     void SetUp() override {
         handle_ = timerPowerHandle();
         Recorder::instance().reset();
     }
+    void TearDown() override { setWallClock(0); }
+
+    void setNow(std::time_t now);
+    std::time_t now() const { return now_ + nowMs_ / 1000; }
+    // Time passes in heartbeats of at most 1 s (0: one beat of 0 ms). Of a span above a minute, all
+    // but the last 5 s pass in one run of the timer list: nothing may fall due inside it.
+    void pass(std::int64_t ms);
+    void run(const std::vector<Step> &steps);
+
     int handle_ = -1;
+
+  private:
+    void syncWallClock();
+    std::time_t now_ = 0;
+    std::int64_t nowMs_ = 0;
 };
 
 } // namespace pu::test

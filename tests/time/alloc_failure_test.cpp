@@ -2,46 +2,36 @@
 // Timers and plans with each of their uMalloc calls failing in turn: the documented failure
 // value, nothing leaked, no lock left held, the service still usable.
 #include "fail_alloc.hpp"
-#include "time_plan_harness.hpp"
+#include "timer_harness.hpp"
 
 #include <log_capture.hpp>
-
-#include <functional>
 
 namespace pu::test {
 namespace {
 
-class TimeAllocFailure;
-using TimeCase = AllocCaseOf<TimeAllocFailure &>;
-
-class TimeAllocFailure : public TimePlanTest, public testing::WithParamInterface<TimeCase> {
+class TimeAllocFailure : public TimerTest, public testing::WithParamInterface<AllocCase> {
   protected:
     void SetUp() override {
-        TimePlanTest::SetUp();
+        TimerTest::SetUp();
+        setZone("UTC0");
+        uTimePlanInit();
         ASSERT_EQ(uIntervalPlanInit(), 0);
-        setNow(nov(23, 7));
+        setWallClock(nov(23, 7));
     }
     void TearDown() override {
         uIntervalPlanUninit();
-        TimePlanTest::TearDown();
+        uTimePlanUninit();
+        platformSimWaitPoolsIdle();
+        TimerTest::TearDown();
     }
-
-  public:
-    using TimePlanTest::elapse;
-    using TimePlanTest::status;
 };
 
-std::atomic<int> gIntervalCalls{0};
-void onInterval(std::int32_t, std::int32_t) {
-    ++gIntervalCalls;
-}
+std::atomic<int> intervalCalls{0};
 
-uTimePlanPauseInfo pauseRequest(const char *from, const char *to) {
-    uTimePlanPauseInfo req{};
-    req.module = "alloc";
-    std::snprintf(req.pauseStartTime, sizeof req.pauseStartTime, "%s", from);
-    std::snprintf(req.pauseEndTime, sizeof req.pauseEndTime, "%s", to);
-    return req;
+std::int32_t planStatus(std::int32_t id) {
+    std::int32_t value = -1;
+    uTimePlanStatusQuery(id, &value, nullptr, nullptr);
+    return value;
 }
 
 void deletePause(std::int32_t id) {
@@ -51,55 +41,45 @@ void deletePause(std::int32_t id) {
     uTimePlanPauseDel(&req);
 }
 
-const TimeCase kCases[] = {
+const AllocCase kCases[] = {
     {"WakeUpTimer",
-     [](TimeAllocFailure &test, const FailAlloc &fault) {
+     [](const FailAlloc &fault) {
          // A timer that is added fires, even when only its device wake-up could not be armed.
-         Recorder::instance().reset();
          const std::uint32_t id = uTimerAddWithWakeup(Recorder::callback, tag(5), 1000);
-         if (id == 0) {
-             EXPECT_TRUE(fault.hit());
-             return;
-         }
-         test.elapse(1);
-         EXPECT_EQ(Recorder::instance().count(5), 1);
+         EXPECT_TRUE(id != 0 || fault.hit());
+         advance(1000);
+         EXPECT_EQ(Recorder::instance().take().size(), id != 0 ? 1U : 0U);
      }},
     {"WallClockTimer",
-     [](TimeAllocFailure &, const FailAlloc &fault) {
-         LogCapture quiet;
-         // Only the record for re-synchronisation may be lost; the timer is kept.
-         const std::uint32_t id = uTimerEventAdd(Recorder::callback, tag(6), nov(23, 8));
+     [](const FailAlloc &fault) {
+         LogCapture quiet; // only the record for re-synchronisation may be lost
+         const std::uint32_t id = uTimerEventAdd(nullptr, nullptr, nov(23, 8));
          EXPECT_TRUE(id != 0 || fault.hit());
          uTimerDel(id);
          const bool hitBefore = fault.hit();
-         const std::uint32_t again = uTimerEventAdd(Recorder::callback, tag(6), nov(23, 8));
+         const std::uint32_t again = uTimerEventAdd(nullptr, nullptr, nov(23, 8));
          EXPECT_TRUE(again != 0 || (fault.hit() && !hitBefore));
          uTimerDel(again);
      }},
     {"TimePlanAdd",
-     [](TimeAllocFailure &test, const FailAlloc &fault) {
+     [](const FailAlloc &fault) {
          uTimePlanInfo info = planInfo("08:00", "09:00", 1, 7);
          char group[] = "alloc";
          info.pauseModule = group;
-         // 0 is the failure value. Only the device wake-up of the plan's timer may be lost
-         // without one, as for any timer.
-         const std::int32_t id = uTimePlanAdd(&info);
+         const std::int32_t id = uTimePlanAdd(&info); // 0 only for a refused allocation
          EXPECT_TRUE(id != 0 || fault.hit());
-         if (id == 0) {
-             const std::int32_t again = uTimePlanAdd(&info);
-             ASSERT_GT(again, 0);
-             EXPECT_EQ(test.status(again), 1);
-             uTimePlanDel(again);
-         } else {
-             EXPECT_EQ(test.status(id), 1);
-             uTimePlanDel(id);
-         }
+         const std::int32_t kept = id != 0 ? id : uTimePlanAdd(&info);
+         EXPECT_EQ(planStatus(kept), 1);
+         uTimePlanDel(kept);
      }},
     {"TimePlanPauseAdd",
-     [](TimeAllocFailure &, const FailAlloc &fault) {
+     [](const FailAlloc &fault) {
          LogCapture quiet;
          AllocSteps steps(fault);
-         const uTimePlanPauseInfo req = pauseRequest("2026-11-25", "2026-11-26");
+         uTimePlanPauseInfo req{};
+         req.module = "alloc";
+         std::snprintf(req.pauseStartTime, sizeof req.pauseStartTime, "2026-11-25");
+         std::snprintf(req.pauseEndTime, sizeof req.pauseEndTime, "2026-11-26");
          const std::int32_t id = uTimePlanPauseAdd(&req);
          steps.failed(id < 0);
          const std::int32_t again = uTimePlanPauseAdd(&req);
@@ -110,26 +90,27 @@ const TimeCase kCases[] = {
          deletePause(again);
      }},
     {"IntervalPlanAddAndStart",
-     [](TimeAllocFailure &, const FailAlloc &fault) {
+     [](const FailAlloc &fault) {
          LogCapture quiet;
-         gIntervalCalls = 0;
-         std::int32_t id = uIntervalPlanAdd(1, 1, onInterval);
+         intervalCalls = 0;
+         auto count = [](std::int32_t, std::int32_t) { ++intervalCalls; };
+         std::int32_t id = uIntervalPlanAdd(1, 1, count);
          EXPECT_EQ(id < 0, fault.hit());
          if (id < 0) {
-             id = uIntervalPlanAdd(1, 1, onInterval);
+             id = uIntervalPlanAdd(1, 1, count);
              ASSERT_GE(id, 0);
          }
          const bool hitBefore = fault.hit();
          EXPECT_EQ(uIntervalPlanStart(id), 0);
          platformSimWaitPoolsIdle();
          // Only a start callback that could not be queued is missing.
-         EXPECT_EQ(gIntervalCalls.load(), fault.hit() && !hitBefore ? 0 : 1);
+         EXPECT_EQ(intervalCalls.load(), fault.hit() && !hitBefore ? 0 : 1);
          EXPECT_EQ(uIntervalPlanDel(id), 0);
          platformSimWaitPoolsIdle();
      }},
 };
 
-PU_ALLOC_FAILURE_SWEEP(TimeAllocFailure, kCases, *this);
+PU_ALLOC_FAILURE_SWEEP(TimeAllocFailure, kCases);
 
 } // namespace
 } // namespace pu::test

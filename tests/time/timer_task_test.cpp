@@ -9,62 +9,63 @@
 namespace pu::test {
 namespace {
 
-using ::testing::ElementsAre;
-
 TEST(TimerArithmetic, DiffMsCoversEveryOrderOfTheTwoUpTimes) {
-    std::uint32_t rest = 77;
-    EXPECT_EQ(uTimerDiffMs(10, 100, 10, 1600, &rest), 1U);
-    EXPECT_EQ(rest, 500U);
-    EXPECT_EQ(uTimerDiffMs(10, 1600, 10, 1600, &rest), 0U); // same instant
-    EXPECT_EQ(rest, 0U);
-    EXPECT_EQ(uTimerDiffMs(10, 1600, 10, 100, &rest), 0U); // backwards within a second
-    EXPECT_EQ(uTimerDiffMs(11, 0, 10, 999999, &rest), 0U); // backwards across seconds
-    EXPECT_EQ(uTimerDiffMs(10, 0, 11, 500000, &rest), 1500U);
-    EXPECT_EQ(rest, 0U);
-    EXPECT_EQ(uTimerDiffMs(10, 900500, 12, 100000, &rest), 1199U); // borrows a second
-    EXPECT_EQ(rest, 500U);
-    EXPECT_EQ(uTimerDiffMs(10, 999999, 11, 0, nullptr), 0U); // 1 us
+    const struct {
+        std::uint32_t s0, us0, s1, us1, ms, rest;
+    } rows[] = {
+        {10, 100, 10, 1600, 1, 500},  {10, 1600, 10, 1600, 0, 0},
+        {10, 1600, 10, 100, 0, 0},    {11, 0, 10, 999999, 0, 0},           // backwards
+        {10, 0, 11, 500000, 1500, 0}, {10, 900500, 12, 100000, 1199, 500}, // borrows
+        {10, 999999, 11, 0, 0, 1},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << r.s0 << "." << r.us0 << " -> " << r.s1 << "." << r.us1);
+        std::uint32_t rest = 77;
+        EXPECT_EQ(uTimerDiffMs(r.s0, r.us0, r.s1, r.us1, &rest), r.ms);
+        EXPECT_EQ(rest, r.rest);
+        EXPECT_EQ(uTimerDiffMs(r.s0, r.us0, r.s1, r.us1, nullptr), r.ms);
+    }
 }
 
-TEST(TimerArithmetic, AdjustCarriesMicrosecondsBothWays) {
-    std::int32_t carry = 600;
-    EXPECT_EQ(uTimerAdjust(10, 0, 10, 1500, &carry), 2); // 1 ms + the carry reaching 1100 us
-    EXPECT_EQ(carry, 100);
-    carry = 500;
-    EXPECT_EQ(uTimerAdjust(10, 0, 10, 2500, &carry), 3); // exactly 1000 us already counts here
-    EXPECT_EQ(carry, 0);
-    carry = -1500;
-    EXPECT_EQ(uTimerAdjust(10, 0, 10, 4000, &carry), 3);
-    EXPECT_EQ(carry, -500);
-    EXPECT_EQ(uTimerAdjust(10, 0, 20, 999999, nullptr), 10999); // 10 s is not a jump yet
-}
-
-TEST(TimerArithmetic, AdjustReportsAJumpAndRebases) {
+TEST(TimerArithmetic, AdjustCarriesMicrosecondsAndReportsJumps) {
     timerPowerHandle();
     EventCounter updated("SYSTEM_TIME_UPDATED");
-    std::uint32_t seconds = 0, microseconds = 0, step = 0;
-    const std::uint32_t rebases = platformSimTimeBaseUpdates(nullptr, nullptr, nullptr);
-
-    std::int32_t carry = 999;
-    EXPECT_EQ(uTimerAdjust(100, 250, 111, 0, &carry), 50); // 11 s forward
-    EXPECT_EQ(carry, 999);                                 // a jump has no remainder
-    platformSimWaitPoolsIdle();                            // the event is raised from the pool
-    EXPECT_EQ(updated.count(), 1);
-    EXPECT_EQ(updated.lastData(), 50U); // the number itself, not a pointer to it
-    EXPECT_EQ(updated.lastLength(), 4U);
-    EXPECT_EQ(platformSimTimeBaseUpdates(&seconds, &microseconds, &step), rebases + 1);
-    EXPECT_EQ(seconds, 100U);
-    EXPECT_EQ(microseconds, 250U);
-    EXPECT_EQ(step, 50U);
-
-    EXPECT_EQ(uTimerAdjust(100, 0, 99, 0, nullptr), 50); // backwards
-    platformSimWaitPoolsIdle();
-    EXPECT_EQ(updated.count(), 2);
+    const struct {
+        std::uint32_t s0, us0, s1, us1;
+        std::int32_t carry, ms, carryAfter;
+        bool jump;
+    } rows[] = {
+        {10, 0, 10, 1500, 600, 2, 100, false}, // 1 ms and a carry reaching 1100 us
+        {10, 0, 10, 2500, 500, 3, 0, false},   // exactly 1000 us already counts
+        {10, 0, 10, 4000, -1500, 3, -500, false},
+        {10, 0, 20, 999999, 0, 10999, 999, false}, // 10 s is not a jump yet
+        {100, 250, 111, 0, 999, 50, 999, true},    // 11 s forward: no remainder
+        {100, 250, 99, 0, 5, 50, 5, true},         // backwards
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << r.s0 << "." << r.us0 << " -> " << r.s1 << "." << r.us1);
+        const int events = updated.count;
+        const std::uint32_t rebases = platformSimTimeBaseUpdates(nullptr, nullptr, nullptr);
+        std::int32_t carry = r.carry;
+        EXPECT_EQ(uTimerAdjust(r.s0, r.us0, r.s1, r.us1, &carry), r.ms);
+        EXPECT_EQ(carry, r.carryAfter);
+        platformSimWaitPoolsIdle(); // the event is raised from the pool
+        EXPECT_EQ(updated.count - events, r.jump ? 1 : 0);
+        std::uint32_t s = 0, us = 0, step = 0;
+        EXPECT_EQ(platformSimTimeBaseUpdates(&s, &us, &step) - rebases, r.jump ? 1U : 0U);
+        if (r.jump) { // re-based on the up-time before the jump, raised with the number 50
+            EXPECT_EQ(s, r.s0);
+            EXPECT_EQ(us, r.us0);
+            EXPECT_EQ(step, 50U);
+            EXPECT_EQ(updated.lastData, 50U);
+            EXPECT_EQ(updated.lastLength, 4U);
+        }
+    }
 }
 
 TEST_F(TimerTest, HeartbeatsMeasureUpTimeAndCarryMicroseconds) {
-    Timers timers;
-    const std::uint32_t probe = timers.add(3'600'000, 1);
+    Timers t;
+    const std::uint32_t probe = t.add(3'600'000, 1);
     auto measured = [&](std::uint64_t us) {
         const std::uint32_t before = uTimerRemainGet(probe);
         platformSimAdvanceUs(us);
@@ -73,149 +74,150 @@ TEST_F(TimerTest, HeartbeatsMeasureUpTimeAndCarryMicroseconds) {
     };
     EXPECT_EQ(measured(1'500'000), 1500U);
     EXPECT_EQ(measured(0), 0U);
-
-    // The task's carry is unknown here (earlier tests may have left some). Step it by 1 us until
-    // it spills: right after, it is exactly 1 us.
+    // The task's carry is unknown here. Step it by 1 us until it spills: then it is exactly 1 us.
     bool spilled = false;
     for (int i = 0; i < 1002 && !spilled; ++i) {
         spilled = measured(1) == 1U;
     }
     ASSERT_TRUE(spilled);
-    EXPECT_EQ(measured(999), 0U);   // carry 1000 us: not more than 1000, so nothing yet
-    EXPECT_EQ(measured(1), 1U);     // 1001 us: one millisecond, 1 us left
-    EXPECT_EQ(measured(2'400), 2U); // 2 ms, carry 401 us
-    EXPECT_EQ(measured(1'600), 2U); // 1 ms + 600 us: carry 1001, one more millisecond
+    const struct {
+        std::uint64_t us;
+        std::uint32_t ms;
+    } rows[] = {{999, 0}, {1, 1}, {2'400, 2}, {1'600, 2}}; // carry 1000 us is not yet more
+    for (const auto &r : rows) {
+        EXPECT_EQ(measured(r.us), r.ms) << r.us;
+    }
 }
 
 TEST_F(TimerTest, UpTimeJumpsAreReportedOnceAndTheTickFollowsTheMeasure) {
-    Timers timers;
+    Timers t;
     EventCounter updated("SYSTEM_TIME_UPDATED");
-    const std::uint32_t soon = timers.add(1000, 1);
-    const std::uint32_t later = timers.add(20000, 2);
+    const std::uint32_t soon = t.add(1000, 1);
+    const std::uint32_t later = t.add(20000, 2);
     const std::uint32_t rebases = platformSimTimeBaseUpdates(nullptr, nullptr, nullptr);
-    const UpTime start = upTimeNow();
-
-    platformSimSetUpTime(start.seconds - 5, start.microseconds); // backwards
+    std::uint32_t s0 = 0, us0 = 0;
+    osaGetSysUpTime(&s0, &us0);
+    platformSimSetUpTime(s0 - 5, us0); // backwards: a tick of 0 ms
     platformSimHeartbeat();
-    EXPECT_EQ(updated.count(), 1);
-    EXPECT_EQ(updated.lastData(), 50U);
-    EXPECT_EQ(updated.lastLength(), 4U);
-    std::uint32_t seconds = 0, microseconds = 0, step = 0;
-    EXPECT_EQ(platformSimTimeBaseUpdates(&seconds, &microseconds, &step), rebases + 1);
-    EXPECT_EQ(seconds, start.seconds); // the up-time before the jump
-    EXPECT_EQ(microseconds, start.microseconds);
-    EXPECT_EQ(step, 50U);
-    EXPECT_EQ(uTimerRemainGet(soon), 1000U); // a backward jump is a tick of 0 ms
-
-    advance(11'000); // forward by more than 10 s: reported, and the whole 11 s pass
-    EXPECT_EQ(updated.count(), 2);
-    EXPECT_THAT(Recorder::instance().fired(), ElementsAre(1U));
-    EXPECT_EQ(uTimerRemainGet(later), 9000U);
-
-    advance(5000); // ordinary steps are not jumps
-    advance(10'000);
-    EXPECT_EQ(updated.count(), 2);
+    std::uint32_t s = 0, us = 0, step = 0;
+    EXPECT_EQ(platformSimTimeBaseUpdates(&s, &us, &step), rebases + 1);
+    EXPECT_EQ(s, s0);
+    EXPECT_EQ(us, us0);
+    EXPECT_EQ(uTimerRemainGet(soon), 1000U);
+    run({{[] { platformSimAdvanceMs(10'000); }, 1000, 0, {{1}}}, // 11 s in one pass: a jump
+         {[&] {
+              EXPECT_EQ(uTimerRemainGet(later), 9000U);
+              advance(5000), advance(10'000); // 10 s in one pass is not a jump yet
+          },
+          0,
+          0,
+          {{2}}}});
+    EXPECT_EQ(updated.count, 2);
     EXPECT_EQ(platformSimTimeBaseUpdates(nullptr, nullptr, nullptr), rebases + 2);
-    EXPECT_THAT(Recorder::instance().fired(), ElementsAre(1U, 2U));
 }
 
 TEST_F(TimerTest, ATimeZoneChangeIsRaisedOnceWithinThirtySecondsOfTimerTime) {
     EventCounter changed("TIME_ZONE_CHANGED");
     advance(30'000); // settles the stored offset, whatever earlier tests left
-    const int settled = changed.count();
+    const int settled = changed.count;
+    const struct {
+        std::int32_t offset;
+        int beats; // of 10 s
+        int raised;
+    } rows[] = {{3600, 3, 1}, {3600, 6, 0}, {0, 3, 1}};
+    for (const auto &r : rows) {
+        const int before = changed.count;
+        platformSimSetTimeZoneOffset(r.offset);
+        for (int i = 0; i < r.beats; ++i) {
+            advance(10'000);
+        }
+        EXPECT_EQ(changed.count - before, r.raised) << r.offset;
+    }
     EXPECT_LE(settled, 1);
+    EXPECT_EQ(changed.lastData, 0U);
+    EXPECT_EQ(changed.lastLength, 0U);
+}
 
-    platformSimSetTimeZoneOffset(3600);
-    for (int i = 0; i < 3; ++i) {
-        advance(10'000);
+TEST_F(TimerTest, CalendarTimesATimerCannotReachAreRefused) {
+    Timers t;
+    constexpr std::uint32_t kNow = 1'700'000'000;
+    setWallClock(kNow);
+    // Beyond 2,147,483 s either way the delay would wrap: 4,294,968 s ahead to 0.7 s, and
+    // 3,000,000 s behind to about 15 days ahead.
+    const struct {
+        std::int64_t offset;
+        bool armed, outOfRange;
+    } rows[] = {{90, true, false},        {2'147'483, true, false}, {2'147'484, false, true},
+                {4'294'968, false, true}, {-1, false, false},       {-2'147'483, false, false},
+                {-3'000'000, false, true}};
+    for (const auto &r : rows) {
+        LogCapture log;
+        const std::uint32_t id =
+            t.keep(uTimerEventAdd(nullptr, nullptr, static_cast<std::uint32_t>(kNow + r.offset)));
+        EXPECT_EQ(id != 0, r.armed) << r.offset;
+        EXPECT_EQ(uTimerRemainGet(id), r.armed ? static_cast<std::uint32_t>(r.offset * 1000) : 0U);
+        EXPECT_EQ(log.countContaining("basalt.utils.timer", "out of range"), r.outOfRange ? 1 : 0)
+            << r.offset;
     }
-    EXPECT_EQ(changed.count(), settled + 1);
-    EXPECT_EQ(changed.lastData(), 0U);
-    EXPECT_EQ(changed.lastLength(), 0U);
-    for (int i = 0; i < 6; ++i) {
-        advance(10'000);
-    }
-    EXPECT_EQ(changed.count(), settled + 1);
-    platformSimSetTimeZoneOffset(0);
-    advance(30'000);
-    EXPECT_EQ(changed.count(), settled + 2);
 }
 
 TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
-    Timers timers;
-    // A long pass first: the task has just re-synchronised, and the short passes below stay
-    // inside one 30 s window, so only the direct calls re-synchronise.
-    advance(30'000);
+    Timers t;
+    advance(30'000); // the task has just re-synchronised: only the direct calls below do
     constexpr std::time_t t0 = 1'800'000'000;
     setWallClock(t0);
     checktimeoutCb(30'000);
-
-    const std::uint32_t twoHours =
-        timers.keep(uTimerEventAdd(Recorder::callback, tag(1), t0 + 7200));
-    const std::uint32_t tenMinutes =
-        timers.keep(uTimerEventAdd(Recorder::callback, tag(2), t0 + 600));
-    const std::uint32_t deleted = uTimerEventAdd(Recorder::callback, tag(3), t0 + 900);
-    const std::uint32_t imminent = timers.keep(uTimerEventAdd(Recorder::callback, tag(4), t0 + 1));
-    uTimerDel(deleted);
-    EXPECT_EQ(uTimerRemainGet(twoHours), 7'200'000U);
-    advance(500);
-    EXPECT_EQ(uTimerRemainGet(imminent), 500U);
-
-    // The wall clock moved with timer time, within a tenth: nothing moves. 32 s against 30 s of
-    // timer time is 2 s of drift, below the 3 s limit.
-    setWallClock(t0 + 32);
-    checktimeoutCb(30'000);
-    EXPECT_EQ(uTimerRemainGet(twoHours), 7'199'500U);
-
-    // Set forward by one hour: each timer goes back to its calendar time; the one already past
-    // goes to 0 s; the one with less than 1 s left is left alone and forgotten.
-    setWallClock(t0 + 32 + 3600);
-    checktimeoutCb(30'000);
-    EXPECT_EQ(uTimerRemainGet(twoHours), (7200U - 3632U) * 1000U);
-    EXPECT_EQ(uTimerRemainGet(tenMinutes), 0U); // due at the next pass
-    EXPECT_EQ(uTimerRemainGet(imminent), 500U);
-    EXPECT_EQ(uTimerRemainGet(deleted), 0U);
-    advance(0);
-    EXPECT_THAT(Recorder::instance().fired(), ElementsAre(2U));
-    advance(500);
-    EXPECT_EQ(Recorder::instance().count(4), 1);
-
-    // Exactly a tenth of drift counts as setting the clock: 33 s against 30 s.
-    uTimerRefresh(twoHours, 1'000'000);
-    setWallClock(t0 + 32 + 3600 + 33);
-    checktimeoutCb(30'000);
-    EXPECT_EQ(uTimerRemainGet(twoHours), (7200U - 3665U) * 1000U);
-    setWallClock(0);
+    const std::uint32_t twoHours = t.keep(uTimerEventAdd(Recorder::callback, tag(1), t0 + 7200));
+    t.keep(uTimerEventAdd(Recorder::callback, tag(2), t0 + 600));
+    uTimerDel(uTimerEventAdd(Recorder::callback, tag(3), t0 + 900)); // forgotten with its timer
+    t.keep(uTimerEventAdd(Recorder::callback, tag(4), t0 + 1));
+    // Wall clock moved by 32 s against 30 s of timer time: within a tenth, nothing moves. Set an
+    // hour forward: each timer goes to its calendar time, one already past to 0, one with less
+    // than 1 s left is left alone. Exactly a tenth (33 s against 30 s) counts as setting it.
+    const std::time_t wall[] = {t0 + 32, t0 + 32 + 3600, t0 + 32 + 3600 + 33};
+    const std::uint32_t twoHoursLeft[] = {7'199'500, 3568'000, 3535'000};
+    run({{nullptr, 500, 0, {}},
+         {[&] { setWallClock(wall[0]), checktimeoutCb(30'000); }, 0, 0, {}},
+         {[&] { EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft[0]); }, 0, 0, {}},
+         {[&] { setWallClock(wall[1]), checktimeoutCb(30'000); }, 0, 0, {{2}}},
+         {[&] { EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft[1]); }, 500, 0, {{4}}},
+         {[&] {
+              uTimerRefresh(twoHours, 1'000'000), setWallClock(wall[2]), checktimeoutCb(30'000);
+          },
+          0,
+          0,
+          {}}});
+    EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft[2]);
 }
 
-int heartbeatCalls = 0; // heartbeats run on the calling thread in manual mode
-void countHeartbeat() {
-    ++heartbeatCalls;
+int beats = 0; // heartbeat callbacks run on the calling thread in manual mode
+void countBeat() {
+    ++beats;
 }
 void unregisterItself() {
-    ++heartbeatCalls;
+    ++beats;
     uTimerUnregisterHeartBeatCb(unregisterItself);
 }
 
 TEST_F(TimerTest, HeartbeatCallbacksRunOncePerRegistration) {
-    heartbeatCalls = 0;
-    uTimerRegisterHeartBeatCb(countHeartbeat);
-    uTimerRegisterHeartBeatCb(countHeartbeat);
-    uTimerRegisterHeartBeatCb(nullptr); // ignored
-    advance(10);
-    EXPECT_EQ(heartbeatCalls, 2);
-    uTimerUnregisterHeartBeatCb(countHeartbeat); // the first registration only
-    advance(10);
-    EXPECT_EQ(heartbeatCalls, 3);
-    uTimerUnregisterHeartBeatCb(countHeartbeat);
-    uTimerUnregisterHeartBeatCb(countHeartbeat); // no longer there
-    advance(10);
-    EXPECT_EQ(heartbeatCalls, 3);
-
-    uTimerRegisterHeartBeatCb(unregisterItself);
-    advance(10);
-    advance(10);
-    EXPECT_EQ(heartbeatCalls, 4);
+    const struct {
+        std::function<void()> act;
+        int beats;
+    } rows[] = {
+        {[] { uTimerRegisterHeartBeatCb(countBeat), uTimerRegisterHeartBeatCb(countBeat); }, 2},
+        {[] { uTimerRegisterHeartBeatCb(nullptr), uTimerUnregisterHeartBeatCb(countBeat); }, 1},
+        {[] { uTimerUnregisterHeartBeatCb(countBeat), uTimerUnregisterHeartBeatCb(countBeat); }, 0},
+        {[] { uTimerRegisterHeartBeatCb(unregisterItself); }, 1},
+        {nullptr, 0},
+    };
+    for (const auto &r : rows) {
+        if (r.act) {
+            r.act();
+        }
+        beats = 0;
+        advance(10);
+        EXPECT_EQ(beats, r.beats);
+    }
 }
 
 } // namespace
