@@ -94,10 +94,7 @@ inline void sendAndFinish(Connection &c, const std::string &data) {
 inline bool allowDescriptorsUpTo(int highest) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur > rlim_t(highest)) {
-        return true;
-    }
-    limit.rlim_cur = rlim_t(highest) + 1;
+    limit.rlim_cur = std::max(limit.rlim_cur, rlim_t(highest) + 1);
     return limit.rlim_max > rlim_t(highest) && setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
