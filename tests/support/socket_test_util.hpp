@@ -1,23 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Loopback plumbing for the socket tests: connected TCP ends on 127.0.0.1, peers on threads,
-// and descriptor bookkeeping.
+// Loopback plumbing for the socket tests: connected TCP ends on 127.0.0.1, senders, and
+// descriptors above what select() can watch.
 #pragma once
 
-#include <arpa/inet.h>
 #include <algorithm>
-#include <cstdint>
+#include <arpa/inet.h>
 #include <dirent.h>
 #include <netinet/in.h>
-#include <string>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
-#include <utility>
 
 #include "net/owned_fd.hpp"
-
-#include <gtest/gtest.h>
+#include "test_support.hpp"
 
 namespace pu::test {
 
@@ -33,113 +28,93 @@ inline sockaddr_in loopback(std::uint16_t port) {
 }
 
 // The port of fd's own address (getsockname) or of its peer's (getpeername), or -1.
-inline int portOf(int fd, int (*query)(int, sockaddr *, socklen_t *)) {
+inline int portOf(int fd, int (*query)(int, sockaddr *, socklen_t *) = getsockname) {
     sockaddr_in address{};
     socklen_t length = sizeof address;
     return query(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0 ? ntohs(address.sin_port)
                                                                            : -1;
 }
 
-inline int localPort(int fd) {
-    return portOf(fd, getsockname);
+// Binds a new socket of type to 127.0.0.1:port (0: the kernel picks); an empty Fd if it fails.
+inline Fd bindLoopback(int type, int port) {
+    Fd fd(socket(AF_INET, type, 0));
+    const sockaddr_in address = loopback(static_cast<std::uint16_t>(port));
+    return bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0
+               ? std::move(fd)
+               : Fd();
 }
 
-inline int peerPort(int fd) {
-    return portOf(fd, getpeername);
-}
-
-// A TCP listener on 127.0.0.1 at a port the kernel picks.
-inline Fd listenLoopback() {
-    Fd listener(socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in address = loopback(0);
-    EXPECT_EQ(bind(listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(listener.get(), 4), 0);
-    return listener;
-}
-
-// Two connected, blocking TCP ends on 127.0.0.1: `near` is read by the code under test, `far`
-// is the peer. Optional buffer sizes are set before connecting.
+// Two connected, blocking TCP ends on 127.0.0.1: `near` is used by the code under test, `far`
+// is the peer. A buffer size, when given, is set on both before connecting.
 struct Connection {
-    Fd near;
-    Fd far;
+    Fd near, far;
 };
-
 inline Connection connectLoopback(int bufferBytes = 0) {
-    Fd listener = listenLoopback();
-    Fd far(socket(AF_INET, SOCK_STREAM, 0));
-    if (bufferBytes > 0) {
-        setsockopt(far.get(), SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
-        setsockopt(far.get(), SOL_SOCKET, SO_RCVBUF, &bufferBytes, sizeof bufferBytes);
-        setsockopt(listener.get(), SOL_SOCKET, SO_RCVBUF, &bufferBytes, sizeof bufferBytes);
-        setsockopt(listener.get(), SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
+    Fd listener = bindLoopback(SOCK_STREAM, 0), far(socket(AF_INET, SOCK_STREAM, 0));
+    for (int fd : {listener.get(), far.get()}) {
+        for (int option : {SO_SNDBUF, SO_RCVBUF}) {
+            if (bufferBytes > 0) {
+                setsockopt(fd, SOL_SOCKET, option, &bufferBytes, sizeof bufferBytes);
+            }
+        }
     }
-    sockaddr_in address = loopback(static_cast<std::uint16_t>(localPort(listener.get())));
-    EXPECT_EQ(connect(far.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    Fd near(accept(listener.get(), nullptr, nullptr));
-    EXPECT_GE(near.get(), 0);
-    return {std::move(near), std::move(far)};
+    EXPECT_EQ(listen(listener.get(), 1), 0);
+    const sockaddr_in address = loopback(static_cast<std::uint16_t>(portOf(listener.get())));
+    EXPECT_EQ(connect(far.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    return {Fd(accept(listener.get(), nullptr, nullptr)), std::move(far)};
 }
 
-// Writes all of data on fd (blocking).
-inline void sendAll(int fd, const std::string &data) {
-    std::size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t sent = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
+// Writes data on fd (blocking) in pieces of `piece` bytes, or of uneven sizes from 1 to 1500
+// bytes when piece is 0, so that readers meet partial data.
+inline void sendAll(int fd, const std::string &data, std::size_t piece = SIZE_MAX) {
+    for (std::size_t done = 0, uneven = 3; done < data.size(); uneven = uneven * 5 % 1500 + 1) {
+        const ssize_t sent =
+            send(fd, data.data() + done, std::min(piece ? piece : uneven, data.size() - done),
+                 MSG_NOSIGNAL);
         ASSERT_GT(sent, 0);
         done += static_cast<std::size_t>(sent);
     }
 }
 
-// Writes data on fd in pieces of uneven sizes, 1 to 1500 bytes, so readers meet partial data.
-inline void sendUnevenly(int fd, const std::string &data) {
-    std::size_t done = 0;
-    for (std::size_t piece = 3; done < data.size(); piece = (piece * 5) % 1500 + 1) {
-        const std::size_t n = std::min(piece, data.size() - done);
-        sendAll(fd, data.substr(done, n));
-        done += n;
-    }
-}
-
-// Waits until fd has at least bytes queued for reading, so a reader meets them all at once
-// (loopback delivery may finish just after the sender's write returns).
-inline void awaitReadable(int fd, int bytes) {
-    for (int round = 0; round < 100000; ++round) {
-        int queued = 0;
-        ioctl(fd, FIONREAD, &queued);
-        if (queued >= bytes) {
-            return;
-        }
+// Sends data and ends the stream, and waits until all of it is queued at `near`, so a reader
+// meets it at once and then end of stream instead of a time-out.
+inline void sendAndFinish(Connection &c, const std::string &data) {
+    sendAll(c.far.get(), data);
+    shutdown(c.far.get(), SHUT_WR);
+    int queued = 0;
+    for (int round = 0; round < 100000 && queued < static_cast<int>(data.size()); ++round) {
         std::this_thread::yield();
+        ioctl(c.near.get(), FIONREAD, &queued);
     }
-    FAIL() << "data did not arrive";
+    ASSERT_GE(queued, static_cast<int>(data.size())) << "data did not arrive";
 }
 
-// Sends data and then ends the stream, so the reader meets end of stream instead of a time-out.
-inline void sendAndFinish(Connection &connection, const std::string &data) {
-    sendAll(connection.far.get(), data);
-    shutdown(connection.far.get(), SHUT_WR);
-    awaitReadable(connection.near.get(), static_cast<int>(data.size()));
+// Lets this process open descriptors up to `highest`, whatever the soft limit it started with;
+// false when the hard limit does not allow it (the test should then skip).
+inline bool allowDescriptorsUpTo(int highest) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::max(limit.rlim_cur, rlim_t(highest) + 1);
+    return limit.rlim_max > rlim_t(highest) && setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
-// A byte pattern with every value, zeros, carriage returns and line feeds included.
-inline std::string pattern(std::size_t size, unsigned seed = 0) {
-    std::string bytes(size, '\0');
-    for (std::size_t i = 0; i < size; ++i) {
-        bytes[i] = static_cast<char>((i * 131 + seed) % 251);
+// The ports a loopback pair draws after srand(seed), in order (10240 + rand() % 1000 each).
+inline std::vector<int> drawnPorts(unsigned seed, int count) {
+    srand(seed);
+    std::vector<int> ports;
+    while (count-- > 0) {
+        ports.push_back(10240 + rand() % 1000);
     }
-    return bytes;
+    return ports;
 }
 
 // Number of descriptors this process has open.
 inline int openDescriptors() {
     int count = 0;
-    if (DIR *dir = opendir("/proc/self/fd")) {
-        while (readdir(dir) != nullptr) {
-            ++count;
-        }
-        closedir(dir);
+    DIR *dir = opendir("/proc/self/fd");
+    for (; dir != nullptr && readdir(dir) != nullptr; ++count) {
     }
-    return count;
+    return dir != nullptr && closedir(dir) == 0 ? count : -1;
 }
 
 } // namespace pu::test
