@@ -54,6 +54,8 @@ TEST(UniqueId, Scripts) {
         {"next fit wraps", "R1,3 D1,2,3,-1 X2 D2,-1"},
         {"a released id waits for the cursor", "R1,3 D1,2 X1 D3,1,-1 X3 X2 D2,3,-1"},
         {"the cursor past the last id wraps", "R0,2 D0,1 X0 D0,-1"},
+        // The cursor sits on the end of the shrunk range, in front of flags still allocated.
+        {"the cursor at the end of a shrunk range wraps", "R0,8 D0 R0,1 X0 D0,-1"},
         {"releases outside the range", "R10,2 D10,11 X9 X12 X-1 X2147483647 D-1"},
         {"count 0", "R0,0 D-1"},
         {"negative first id", "R-1,5 D-1"},

@@ -204,6 +204,7 @@ TEST(SlowTicks, TimeOutsAndDelaysLastTheirTicks) {
     const MSG_Q_ID full = msgQCreate(1, 4, 0), none = msgQCreate(1, 4, 0);
     semTake(held, NO_WAIT);
     send(full, "x");
+    char buffer[4];
     const struct {
         const char *name;
         std::function<int()> call;
@@ -215,7 +216,7 @@ TEST(SlowTicks, TimeOutsAndDelaysLastTheirTicks) {
         {"ten ticks", [&] { return semTake(empty, 10); }, -1, 100},
         {"a mutex held elsewhere", [&] { return other([&] { return semTake(held, 5); }); }, -1, 50},
         {"a full queue", [&] { return send(full, "y", 5); }, -1, 50},
-        {"an empty queue", [&] { return msgQReceive(none, nullptr, 4, 5); }, -1, 50},
+        {"an empty queue", [&] { return msgQReceive(none, buffer, 4, 5); }, -1, 50},
         {"delay", [] { return taskDelay(5); }, 0, 50},
         {"zero and negative delays yield", [] { return taskDelay(0) + taskDelay(-3); }, 0, 0},
     };
