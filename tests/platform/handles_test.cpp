@@ -157,6 +157,24 @@ TEST(Handles, StaleHandlesStayDeadWhenTheirSlotsAreReused) {
     }
 }
 
+TEST(Handles, AFullTableRefusesWithZeroAndRecovers) {
+    std::vector<SEM_ID> all;
+    for (SEM_ID id = semBCreate(0, SEM_FULL); id != 0 && all.size() < (1u << 20);
+         id = semBCreate(0, SEM_FULL)) {
+        all.push_back(id);
+    }
+    EXPECT_LT(all.size(), 1u << 20) << "the table has a limit";
+    EXPECT_GT(all.size(), 100000u);
+    EXPECT_EQ(semMCreate(0), 0u);
+    EXPECT_NE(msgQCreate(1, 1, 0), 0u) << "queues have a table of their own";
+    for (SEM_ID id : all) {
+        semDelete(id);
+    }
+    const SEM_ID again = semBCreate(0, SEM_FULL);
+    EXPECT_NE(again, 0u);
+    semDelete(again);
+}
+
 // Steps: "+t" sends t, "!t" sends t urgently, "-" receives. The record lists what each receive
 // gave and "F" for each refused send.
 TEST(MsgQ, OrderUrgencyAndBounds) {
