@@ -1,88 +1,95 @@
 // SPDX-License-Identifier: MIT
-// uList: position rules, removal, search and equality senses, clearing, and locked use from
-// several threads.
+// uList: position rules, removal, search and equality senses, clearing with release functions,
+// and one locked list used by several threads.
 #include <ulist.h>
 #include <umem.h>
+#include <ustr.h>
 
-#include "log_capture.hpp"
+#include "test_support.hpp"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
+#include <climits>
 #include <cstring>
+#include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
 
-// A list of single-letter strings with static storage, read back as one string ("abc").
-class ListTest : public ::testing::Test {
-  protected:
-    void SetUp() override { list = uListInit(1); }
-    void TearDown() override {
-        uListClearWithNodeNoNeedFree(list);
-        ASSERT_EQ(uListUninit(list), 0);
-    }
-
-    void fill(const char *letters) {
-        for (const char *p = letters; *p != '\0'; ++p) {
-            uListAppend(list, letter(*p));
-        }
-    }
-
-    static char *letter(char c) {
-        static char storage[26][2];
-        char *s = storage[c - 'a'];
-        s[0] = c;
-        return s;
-    }
-
-    std::string contents() const {
-        std::string out;
-        for (int32_t pos = 0; uListEol(list, pos) == 0; ++pos) {
-            out += static_cast<const char *>(uListGet(list, pos));
-        }
-        return out;
-    }
-
-    uList *list = nullptr;
-};
-
-TEST_F(ListTest, AddFollowsThePositionRules) {
-    EXPECT_EQ(uListAdd(list, letter('a'), 0), 1); // empty list, position 0
-    EXPECT_EQ(uListAdd(list, letter('b'), 5), 2); // past the end appends
-    EXPECT_EQ(contents(), "ab");
-    EXPECT_EQ(uListAdd(list, letter('c'), -1), 3);
-    EXPECT_EQ(contents(), "abc");
-    EXPECT_EQ(uListAdd(list, letter('d'), 0), 4); // new head
-    EXPECT_EQ(contents(), "dabc");
-    EXPECT_EQ(uListAdd(list, letter('e'), 3), 5); // before the old last element
-    EXPECT_EQ(contents(), "dabec");
-    EXPECT_EQ(uListAdd(list, letter('f'), 1), 6);
-    EXPECT_EQ(contents(), "dfabec");
-    EXPECT_EQ(uListSize(list), 6);
+// One-letter strings with static storage; bank 1 holds equal texts at other addresses.
+char *letter(char c, int bank = 0) {
+    static char storage[2][256][2];
+    char *s = storage[bank][static_cast<unsigned char>(c)];
+    s[0] = c;
+    return s;
 }
 
-TEST_F(ListTest, PositionsBelowMinusOneLandBehindTheHead) {
-    fill("abc");
-    EXPECT_EQ(uListAdd(list, letter('x'), -7), 4);
-    EXPECT_EQ(contents(), "axbc");
-    EXPECT_EQ(uListAdd(list, letter('y'), INT32_MIN), 5);
-    EXPECT_EQ(contents(), "ayxbc");
-
-    uList *empty = uListInit(0);
-    EXPECT_EQ(uListAdd(empty, letter('z'), -2), 1);
-    EXPECT_STREQ(static_cast<const char *>(uListFirst(empty)), "z");
-    uListClearWithNodeNoNeedFree(empty);
-    uListUninit(empty);
+uList *listOf(const char *letters, int32_t withLock = 1, int bank = 0) {
+    uList *list = uListInit(withLock);
+    for (const char *p = letters; *p != '\0'; ++p) {
+        uListAppend(list, letter(*p, bank));
+    }
+    return list;
 }
 
-TEST_F(ListTest, NullListOrElementIsRefused) {
-    fill("ab");
+// The letters of the list, read through uListGet, and the list released.
+std::string drain(uList *list) {
+    std::string out;
+    for (int32_t pos = 0; uListEol(list, pos) == 0; ++pos) {
+        out += static_cast<const char *>(uListGet(list, pos));
+    }
+    EXPECT_EQ(uListSize(list), static_cast<int32_t>(out.size()));
+    uListClearWithNodeNoNeedFree(list);
+    EXPECT_EQ(uListUninit(list), 0);
+    return out;
+}
+
+TEST(List, AddFollowsThePositionRules) {
+    const struct {
+        const char *before;
+        int32_t pos;
+        const char *after;
+    } cases[] = {
+        {"", 0, "x"},       {"", 5, "x"},        {"", -1, "x"},       {"", -2, "x"},
+        {"abc", 0, "xabc"}, {"abc", 1, "axbc"},  {"abc", 2, "abxc"},  {"abc", 3, "abcx"},
+        {"abc", 4, "abcx"}, {"abc", -1, "abcx"}, {"abc", -2, "axbc"}, {"abc", INT32_MIN, "axbc"},
+        {"a", 1, "ax"},     {"a", -7, "ax"},
+    };
+    for (const auto &c : cases) {
+        uList *list = listOf(c.before);
+        EXPECT_EQ(uListAdd(list, letter('x'), c.pos), static_cast<int32_t>(std::strlen(c.after)));
+        EXPECT_EQ(drain(list), c.after) << c.before << " at " << c.pos;
+    }
+}
+
+TEST(List, RemoveGetAndEolAtEveryPosition) {
+    const struct {
+        int32_t pos;
+        const char *got; // null: nothing there
+        const char *left;
+    } cases[] = {
+        {-1, nullptr, "abc"}, {0, "a", "bc"}, {1, "b", "ac"}, {2, "c", "ab"}, {3, nullptr, "abc"}};
+    for (const auto &c : cases) {
+        uList *list = listOf("abc");
+        EXPECT_EQ(uListEol(list, c.pos), c.got == nullptr ? 1 : 0) << c.pos;
+        EXPECT_EQ(uListGet(list, c.pos), c.got == nullptr ? nullptr : letter(*c.got)) << c.pos;
+        EXPECT_EQ(uListRemove(list, c.pos), c.got == nullptr ? nullptr : letter(*c.got)) << c.pos;
+        EXPECT_EQ(drain(list), c.left) << c.pos;
+    }
+    uList *list = listOf("ab");
+    uListRemove(list, 0);
+    uListRemove(list, 0);
+    EXPECT_EQ(uListFirst(list), nullptr);
+    EXPECT_EQ(uListAppend(list, letter('c')), 1) << "usable once empty";
+    EXPECT_EQ(drain(list), "c");
+}
+
+TEST(List, NullListOrElementIsRefused) {
+    uList *list = listOf("ab");
     EXPECT_EQ(uListAdd(list, nullptr, 0), -1);
     EXPECT_EQ(uListAppend(nullptr, letter('a')), -1);
-    EXPECT_EQ(contents(), "ab");
     EXPECT_EQ(uListSize(nullptr), -1);
     EXPECT_EQ(uListEol(nullptr, 0), 1);
     EXPECT_EQ(uListGet(nullptr, 0), nullptr);
@@ -91,56 +98,35 @@ TEST_F(ListTest, NullListOrElementIsRefused) {
     EXPECT_EQ(uListPosGetByElement(nullptr, letter('a')), -1);
     EXPECT_EQ(uListPosGetByElement(list, nullptr), -1);
     EXPECT_EQ(uListSearch(list, nullptr, nullptr), -1);
+    EXPECT_EQ(uListSearch(nullptr, letter('a'), nullptr), -1);
     EXPECT_EQ(uListSpecialClear(nullptr, nullptr), 0);
     EXPECT_EQ(uListUninit(nullptr), 0);
-}
-
-TEST_F(ListTest, RemoveAndGetAtBadPositionsChangeNothing) {
-    fill("abc");
-    EXPECT_EQ(uListRemove(list, -1), nullptr);
-    EXPECT_EQ(uListRemove(list, 3), nullptr);
-    EXPECT_EQ(uListGet(list, -1), nullptr);
-    EXPECT_EQ(uListGet(list, 3), nullptr);
-    EXPECT_EQ(uListEol(list, 2), 0);
-    EXPECT_EQ(uListEol(list, 3), 1);
-    EXPECT_EQ(uListEol(list, -1), 1);
-    EXPECT_EQ(contents(), "abc");
-
-    EXPECT_STREQ(static_cast<const char *>(uListRemove(list, 1)), "b");
-    EXPECT_EQ(contents(), "ac");
-    EXPECT_STREQ(static_cast<const char *>(uListRemove(list, 0)), "a");
-    EXPECT_STREQ(static_cast<const char *>(uListRemove(list, 0)), "c");
-    EXPECT_EQ(uListSize(list), 0);
-    EXPECT_EQ(uListFirst(list), nullptr);
-    EXPECT_EQ(uListRemove(list, 0), nullptr);
-}
-
-TEST_F(ListTest, UninitRefusesANonEmptyListAndLogs) {
-    pu::test::LogCapture log;
-    fill("a");
-    EXPECT_EQ(uListUninit(list), -1);
-    EXPECT_EQ(
-        log.count(3, "basalt.utils.list", "uListUninit: Uninit list that has nodes not free!"), 1)
-        << log.dump();
-    // Still usable afterwards.
-    EXPECT_EQ(uListAppend(list, letter('b')), 2);
-    EXPECT_EQ(contents(), "ab");
+    EXPECT_EQ(uListUninit(list), -1) << "a list with nodes is refused";
+    EXPECT_EQ(drain(list), "ab") << "and still usable";
 }
 
 int compareStrings(void *element, void *key) {
     return std::strcmp(static_cast<char *>(element), static_cast<char *>(key));
 }
 
-TEST_F(ListTest, SearchByIdentityOrComparator) {
-    fill("abcb");
-    char other[] = "b"; // equal text, different address
-    EXPECT_EQ(uListSearch(list, other, nullptr), -1);
-    EXPECT_EQ(uListSearch(list, letter('b'), nullptr), 1);
-    EXPECT_EQ(uListSearch(list, other, compareStrings), 1); // the first match wins
+TEST(List, SearchByIdentityOrComparator) {
+    char other[] = "b"; // equal text, another address
     char missing[] = "z";
-    EXPECT_EQ(uListSearch(list, missing, compareStrings), -1);
-    EXPECT_EQ(uListPosGetByElement(list, letter('c')), 2);
-    EXPECT_EQ(uListPosGetByElement(list, other), -1);
+    const struct {
+        void *key;
+        uListCompareFn compare;
+        int32_t search, byElement;
+    } cases[] = {
+        {other, nullptr, -1, -1},       {letter('b'), nullptr, 1, 1},
+        {other, compareStrings, 1, -1}, {missing, compareStrings, -1, -1},
+        {letter('c'), nullptr, 2, 2},   {letter('a'), compareStrings, 0, 0},
+    };
+    uList *list = listOf("abcb");
+    for (const auto &c : cases) {
+        EXPECT_EQ(uListSearch(list, c.key, c.compare), c.search) << static_cast<char *>(c.key);
+        EXPECT_EQ(uListPosGetByElement(list, c.key), c.byElement) << static_cast<char *>(c.key);
+    }
+    drain(list);
 }
 
 int alwaysDifferent(void *, void *) {
@@ -150,115 +136,114 @@ int sameLength(void *a, void *b) {
     return std::strlen(static_cast<char *>(a)) == std::strlen(static_cast<char *>(b));
 }
 
-TEST(ListEqual, DefaultsAndPredicateSense) {
-    EXPECT_EQ(uListEqual(nullptr, nullptr, nullptr), 1);
-    uList *a = uListInit(0);
-    uList *b = uListInit(0);
-    EXPECT_EQ(uListEqual(a, nullptr, nullptr), 0);
-    EXPECT_EQ(uListEqual(nullptr, b, nullptr), 0);
-    EXPECT_EQ(uListEqual(a, b, alwaysDifferent), 1); // two empty lists are equal
-
-    char a1[] = "one", a2[] = "two", b1[] = "one", b2[] = "two", b3[] = "six";
-    uListAppend(a, a1);
-    uListAppend(a, a2);
-    uListAppend(b, b1);
-    EXPECT_EQ(uListEqual(a, b, nullptr), 0); // sizes differ
-    uListAppend(b, b2);
-    EXPECT_EQ(uListEqual(a, b, nullptr), 1); // equal strings at different addresses
-    EXPECT_EQ(uListEqual(a, b, alwaysDifferent), 0);
-    uListRemove(b, 1);
-    uListAppend(b, b3);
-    EXPECT_EQ(uListEqual(a, b, nullptr), 0);
-    EXPECT_EQ(uListEqual(a, b, sameLength), 1); // non-zero from the predicate means equal
-
-    uListClearWithNodeNoNeedFree(a);
-    uListClearWithNodeNoNeedFree(b);
-    uListUninit(a);
-    uListUninit(b);
+TEST(List, EqualComparesTextsOrAsksThePredicate) {
+    const struct {
+        const char *a, *b; // null: no list
+        uListEqualFn equal;
+        int32_t result;
+    } cases[] = {
+        {nullptr, nullptr, nullptr, 1},   {"", nullptr, nullptr, 0}, {nullptr, "", nullptr, 0},
+        {"", "", alwaysDifferent, 1},     {"ab", "a", nullptr, 0},   {"ab", "ab", nullptr, 1},
+        {"ab", "ab", alwaysDifferent, 0}, {"ab", "ax", nullptr, 0},  {"ab", "ax", sameLength, 1},
+        {"ab", "aB", nullptr, 0},
+    };
+    for (const auto &c : cases) {
+        // b's texts live elsewhere: texts compare by content, not by address.
+        uList *a = c.a != nullptr ? listOf(c.a, 0) : nullptr;
+        uList *b = c.b != nullptr ? listOf(c.b, 0, 1) : nullptr;
+        EXPECT_EQ(uListEqual(a, b, c.equal), c.result)
+            << pu::test::orNull(c.a) << " vs " << pu::test::orNull(c.b);
+        for (uList *list : {a, b}) {
+            if (list != nullptr) {
+                drain(list);
+            }
+        }
+    }
 }
 
-std::vector<std::string> released;
+pu::test::CallRecorder<std::string> gReleased;
 void recordRelease(void *element) {
-    released.emplace_back(static_cast<char *>(element));
+    gReleased.record(static_cast<char *>(element));
     uFree(element);
 }
 
-char *ownedCopy(const char *text) {
-    auto *copy = static_cast<char *>(uMalloc(static_cast<uint32_t>(std::strlen(text) + 1)));
-    std::strcpy(copy, text);
-    return copy;
-}
-
-TEST(ListClear, SpecialClearReleasesInOrderAndKeepsTheHeader) {
-    uList *list = uListInit(1);
-    for (const char *text : {"first", "second", "third"}) {
-        uListAppend(list, ownedCopy(text));
+TEST(List, ClearingReleasesEachElementOnceInOrder) {
+    const struct {
+        const char *name;
+        std::function<void(uList *)> clear;
+        std::vector<std::string> released;
+        int32_t left;
+    } cases[] = {
+        {"special clear",
+         [](uList *l) { EXPECT_EQ(uListSpecialClear(l, recordRelease), 0); },
+         {"one", "two", "six"},
+         0},
+        {"special clear with uFree", [](uList *l) { uListSpecialClear(l, nullptr); }, {}, 0},
+        {"remove and free",
+         [](uList *l) { EXPECT_EQ(uListRemoveAndFree(l, 1, recordRelease), 2); },
+         {"two"},
+         2},
+        {"remove and free past the end",
+         [](uList *l) { EXPECT_EQ(uListRemoveAndFree(l, 3, recordRelease), 3); },
+         {},
+         3},
+        {"remove and free with uFree",
+         [](uList *l) { EXPECT_EQ(uListRemoveAndFree(l, 0, nullptr), 2); },
+         {},
+         2},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        gReleased.clear();
+        uList *list = uListInit(1);
+        for (const char *text : {"one", "two", "six"}) {
+            uListAppend(list, uStrGetCopy(text));
+        }
+        c.clear(list);
+        EXPECT_EQ(gReleased.values(), c.released);
+        EXPECT_EQ(uListSize(list), c.left);
+        EXPECT_EQ(pu::test::takeStrings(list).size(), static_cast<std::size_t>(c.left))
+            << "the header stays usable";
     }
-    released.clear();
-    EXPECT_EQ(uListSpecialClear(list, recordRelease), 0);
-    EXPECT_EQ(released, (std::vector<std::string>{"first", "second", "third"}));
-    EXPECT_EQ(uListSize(list), 0);
-
-    // The header stays usable, and null freeFn falls back to uFree (ASan sees leaks otherwise).
-    uListAppend(list, ownedCopy("again"));
-    EXPECT_EQ(uListSize(list), 1);
-    EXPECT_EQ(uListSpecialClear(list, nullptr), 0);
-    EXPECT_EQ(uListUninit(list), 0);
-}
-
-TEST(ListClear, RemoveAndFreeUsesTheGivenReleaseOrUFree) {
+    char kept[] = "kept";
     uList *list = uListInit(0);
-    uListAppend(list, ownedCopy("x"));
-    uListAppend(list, ownedCopy("y"));
-    released.clear();
-    EXPECT_EQ(uListRemoveAndFree(list, 1, recordRelease), 1);
-    EXPECT_EQ(released, std::vector<std::string>{"y"});
-    EXPECT_EQ(uListRemoveAndFree(list, 5, recordRelease), 1); // nothing there
-    EXPECT_EQ(uListRemoveAndFree(list, 0, nullptr), 0);
-    EXPECT_EQ(uListUninit(list), 0);
-}
-
-TEST(ListClear, ClearWithoutFreeLeavesElementsAlone) {
-    uList *list = uListInit(0);
-    char *kept = ownedCopy("kept");
     uListAppend(list, kept);
     EXPECT_EQ(uListClearWithNodeNoNeedFree(list), 0);
-    EXPECT_EQ(uListSize(list), 0);
-    EXPECT_STREQ(kept, "kept"); // still valid memory
-    uFree(kept);
-    EXPECT_EQ(uListUninit(list), 0);
+    EXPECT_EQ(uListUninit(list), 0) << "the element itself is left alone";
 }
 
-// Several threads add and remove on one locked list; the count must match the chain at the end
-// and no element may be lost or duplicated.
-TEST(ListConcurrency, LockedListStaysConsistent) {
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 2000;
+// Threads add at both ends and remove at the head: every element ends up either removed once
+// or still listed once.
+TEST(List, LockedListLosesAndDuplicatesNothing) {
+    constexpr int kThreads = 4, kPerThread = 2000;
     uList *list = uListInit(1);
-    std::vector<std::vector<int>> values(kThreads, std::vector<int>(kPerThread));
-    std::atomic<int> removed{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kPerThread; ++i) {
-                values[t][i] = t * kPerThread + i;
-                uListAdd(list, &values[t][i], (i % 3 == 0) ? 0 : -1);
-                if (i % 2 == 1 && uListRemove(list, 0) != nullptr) {
-                    removed.fetch_add(1);
+    std::vector<int> values(kThreads * kPerThread);
+    std::vector<std::vector<int *>> removed(kThreads);
+    pu::test::fanOut(kThreads, [&](int t) {
+        for (int i = 0; i < kPerThread; ++i) {
+            int *value = &values[static_cast<std::size_t>(t * kPerThread + i)];
+            uListAdd(list, value, i % 3 == 0 ? 0 : -1);
+            if (i % 2 == 1) {
+                if (void *out = uListRemove(list, 0)) {
+                    removed[t].push_back(static_cast<int *>(out));
                 }
             }
-        });
+        }
+    });
+    std::vector<int *> seen;
+    for (const auto &r : removed) {
+        seen.insert(seen.end(), r.begin(), r.end());
     }
-    for (auto &thread : threads) {
-        thread.join();
+    int32_t listed = 0;
+    for (uListNode *node = list->head; node != nullptr; node = node->next, ++listed) {
+        seen.push_back(static_cast<int *>(node->data));
     }
-    const int expected = kThreads * kPerThread - removed.load();
-    EXPECT_EQ(uListSize(list), expected);
-    int walked = 0;
-    for (uListNode *node = list->head; node != nullptr; node = node->next) {
-        ++walked;
+    EXPECT_EQ(uListSize(list), listed);
+    std::sort(seen.begin(), seen.end());
+    ASSERT_EQ(seen.size(), values.size());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        ASSERT_EQ(seen[i], &values[i]);
     }
-    EXPECT_EQ(walked, expected);
     uListClearWithNodeNoNeedFree(list);
     EXPECT_EQ(uListUninit(list), 0);
 }

@@ -1,169 +1,109 @@
 // SPDX-License-Identifier: MIT
-// Unique id manager: next-fit order, wrap, release, re-registration and the messages. The
-// manager is process-wide, so every test uses module names of its own.
+// The unique id manager: next-fit draws that wrap, releases that leave the cursor alone,
+// registrations that are refused, moved or repeated, and unregistration. The manager is
+// process-wide, so every row uses a module name of its own.
 #include <uuniqueid.h>
 
 #include "log_capture.hpp"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdlib>
-#include <limits>
+#include <sstream>
 #include <string>
-#include <vector>
 
 namespace {
 
-constexpr const char *kModule = "basalt.utils.uidManager";
-constexpr int kDebug = 0;
-constexpr int kWarning = 2;
-
-std::vector<std::int32_t> draw(const char *name, int times) {
-    std::vector<std::int32_t> ids;
-    for (int i = 0; i < times; ++i) {
-        ids.push_back(uIdGetModuleAvailableUniqueId(name));
+// Runs a script on module name: "R<first>,<count>" registers, "D<id>,<id>..." draws and expects
+// those ids, "X<id>" releases, "U" unregisters. Returns a description of the first mismatch.
+std::string run(const char *name, const std::string &script) {
+    std::istringstream steps(script);
+    for (std::string step; steps >> step;) {
+        std::istringstream args(step.substr(1));
+        long a = 0, b = 0;
+        char comma = 0;
+        switch (step[0]) {
+        case 'R':
+            args >> a >> comma >> b;
+            uIdRegisterUniqueIdModule(name, static_cast<int32_t>(a), static_cast<int32_t>(b));
+            break;
+        case 'X':
+            args >> a;
+            uIdReleaseModuleUniqueId(name, static_cast<int32_t>(a));
+            break;
+        case 'U':
+            uIdUnregisterUniqueIdModule(name);
+            break;
+        default:
+            for (std::string id; std::getline(args, id, ',');) {
+                const int32_t drawn = uIdGetModuleAvailableUniqueId(name);
+                if (drawn != std::stol(id)) {
+                    return step + ": drew " + std::to_string(drawn) + " for " + id;
+                }
+            }
+        }
     }
-    return ids;
+    return "";
 }
 
-using Ids = std::vector<std::int32_t>;
-
-// The formats end in a newline, which the log sink hands over removed.
-std::string notRegistered(const std::string &name) {
-    return "uIdGetModuleAvailableUniqueId: module=[" + name +
-           "] does not registered in uniqueModule.";
+TEST(UniqueId, Scripts) {
+    const struct {
+        const char *name;
+        const char *script;
+    } cases[] = {
+        {"next fit wraps", "R1,3 D1,2,3,-1 X2 D2,-1"},
+        {"a released id waits for the cursor", "R1,3 D1,2 X1 D3,1,-1 X3 X2 D2,3,-1"},
+        {"the cursor past the last id wraps", "R0,2 D0,1 X0 D0,-1"},
+        // The cursor sits on the end of the shrunk range, in front of flags still allocated.
+        {"the cursor at the end of a shrunk range wraps", "R0,8 D0 R0,1 X0 D0,-1"},
+        {"releases outside the range", "R10,2 D10,11 X9 X12 X-1 X2147483647 D-1"},
+        {"count 0", "R0,0 D-1"},
+        {"negative first id", "R-1,5 D-1"},
+        {"negative count", "R0,-5 D-1"},
+        {"range past INT32_MAX", "R2147483646,3 D-1"},
+        {"range up to INT32_MAX", "R2147483645,2 D2147483645,2147483646,-1"},
+        {"growing keeps the flags and the cursor", "R10,3 D10,11 R10,5 D12,13,14,-1"},
+        {"shrinking keeps the array", "R0,5 D0,1,2,3,4 R0,2 D-1 X3 X1 D1,-1"},
+        {"a moved range keeps flags by offset; a cursor below it restarts",
+         "R0,3 D0 R100,3 D101,102,-1"},
+        {"unregister forgets the module; registering again starts afresh",
+         "R0,2 D0 U U D-1 R0,2 D0,1,-1"},
+        // Listed once however often registered, so one unregistration removes it.
+        {"registered twice, unregistered once", "R0,2 R0,4 U D-1 X0 D-1"},
+        {"", "R5,1 D5,-1 U D-1"},
+    };
+    pu::test::LogCapture quiet;
+    for (const auto &c : cases) {
+        EXPECT_EQ(run(c.name, c.script), "") << '"' << c.name << "\" " << c.script;
+    }
 }
 
-std::string exhausted(const std::string &name) {
-    return "uIdGetManagerAvailableId: Module[" + name + "] does not have any available id!";
+TEST(UniqueId, OtherNamesAreOtherModules) {
+    pu::test::LogCapture quiet;
+    EXPECT_EQ(run("named", "R0,2 D0"), "");
+    uIdReleaseModuleUniqueId("Named", 0); // names are case-sensitive
+    uIdReleaseModuleUniqueId(nullptr, 0);
+    uIdReleaseModuleUniqueId("unknown", 0);
+    uIdUnregisterUniqueIdModule(nullptr);
+    uIdRegisterUniqueIdModule(nullptr, 0, 5);
+    EXPECT_EQ(uIdGetModuleAvailableUniqueId(nullptr), -1);
+    EXPECT_EQ(run("after named", "R7,1"), "");
+    uIdUnregisterUniqueIdModule("after named");
+    EXPECT_EQ(run("named", "D1,-1"), "") << "0 is still in use";
 }
 
 TEST(UniqueIdFirstUse, EverythingIsHarmlessBeforeTheFirstRegistration) {
-    // The manager is process-wide: run in a fresh process that has registered nothing.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process that has registered nothing
     EXPECT_EXIT(
         {
-            pu::test::LogCapture log;
+            pu::test::LogCapture quiet;
             uIdReleaseModuleUniqueId("none", 1);
             uIdUnregisterUniqueIdModule("none");
-            bool ok = uIdGetModuleAvailableUniqueId("none") == -1;
-            ok = ok && log.count(kWarning, kModule, notRegistered("none")) == 1;
-            uIdRegisterUniqueIdModule("first", 0, 2);
-            ok = ok && draw("first", 3) == Ids({0, 1, -1});
+            const bool ok =
+                uIdGetModuleAvailableUniqueId("none") == -1 && run("first", "R0,2 D0,1,-1").empty();
             std::exit(ok ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
-}
-
-TEST(UniqueId, NextFitWrapsAndReleaseDoesNotMoveTheCursor) {
-    pu::test::LogCapture log;
-    uIdRegisterUniqueIdModule("fit", 1, 3);
-    EXPECT_EQ(log.count(kDebug, kModule,
-                        "uIdRegisterUniqueIdModule: module=[fit] with max id=[3] register to "
-                        "uniqueIdModule!"),
-              1)
-        << log.dump();
-    EXPECT_EQ(draw("fit", 4), Ids({1, 2, 3, -1}));
-    EXPECT_EQ(log.count(kWarning, kModule, exhausted("fit")), 1) << log.dump();
-
-    uIdReleaseModuleUniqueId("fit", 2);
-    EXPECT_EQ(draw("fit", 2), Ids({2, -1})); // wrapped to 1 (used), then 2
-
-    // A released id waits until the cursor comes round again.
-    uIdRegisterUniqueIdModule("fit2", 1, 3);
-    EXPECT_EQ(draw("fit2", 2), Ids({1, 2}));
-    uIdReleaseModuleUniqueId("fit2", 1);
-    EXPECT_EQ(draw("fit2", 3), Ids({3, 1, -1}));
-    uIdReleaseModuleUniqueId("fit2", 3);
-    uIdReleaseModuleUniqueId("fit2", 2);
-    EXPECT_EQ(draw("fit2", 3), Ids({2, 3, -1}));
-}
-
-TEST(UniqueId, ReleasesOutsideTheRangeOrOfUnknownModulesChangeNothing) {
-    uIdRegisterUniqueIdModule("range", 10, 2);
-    EXPECT_EQ(draw("range", 2), Ids({10, 11}));
-    for (std::int32_t id : {9, 12, -1, std::numeric_limits<std::int32_t>::max()}) {
-        uIdReleaseModuleUniqueId("range", id);
-    }
-    uIdReleaseModuleUniqueId("Range", 10); // names are case-sensitive
-    uIdReleaseModuleUniqueId(nullptr, 10);
-    uIdReleaseModuleUniqueId("unknown", 10);
-    EXPECT_EQ(uIdGetModuleAvailableUniqueId("range"), -1);
-}
-
-TEST(UniqueId, BadRegistrationsAreIgnored) {
-    pu::test::LogCapture log;
-    uIdRegisterUniqueIdModule("zero", 0, 0);
-    uIdRegisterUniqueIdModule("negative", -1, 5);
-    uIdRegisterUniqueIdModule("negcount", 0, -5);
-    uIdRegisterUniqueIdModule("overflow", std::numeric_limits<std::int32_t>::max() - 1, 3);
-    uIdRegisterUniqueIdModule(nullptr, 0, 5);
-    EXPECT_TRUE(log.lines().empty()) << log.dump(); // ignored without a word
-    for (const char *name : {"zero", "negative", "negcount", "overflow"}) {
-        EXPECT_EQ(uIdGetModuleAvailableUniqueId(name), -1);
-        EXPECT_EQ(log.count(kWarning, kModule, notRegistered(name)), 1) << name;
-    }
-    EXPECT_EQ(uIdGetModuleAvailableUniqueId(nullptr), -1);
-    EXPECT_EQ(log.count(kWarning, kModule, notRegistered("(null)")), 1) << log.dump();
-
-    // The last id below the limit is fine.
-    uIdRegisterUniqueIdModule("top", std::numeric_limits<std::int32_t>::max() - 2, 2);
-    EXPECT_EQ(draw("top", 3), Ids({std::numeric_limits<std::int32_t>::max() - 2,
-                                   std::numeric_limits<std::int32_t>::max() - 1, -1}));
-}
-
-TEST(UniqueId, ReRegistrationKeepsFlagsAndCursor) {
-    uIdRegisterUniqueIdModule("grow", 10, 3);
-    EXPECT_EQ(draw("grow", 2), Ids({10, 11}));
-    uIdRegisterUniqueIdModule("grow", 10, 5);
-    // The cursor stays at 12; 10 and 11 are still in use.
-    EXPECT_EQ(draw("grow", 4), Ids({12, 13, 14, -1}));
-
-    // A smaller count keeps the array but shrinks the range.
-    uIdRegisterUniqueIdModule("shrink", 0, 5);
-    EXPECT_EQ(draw("shrink", 5), Ids({0, 1, 2, 3, 4}));
-    uIdRegisterUniqueIdModule("shrink", 0, 2);
-    EXPECT_EQ(uIdGetModuleAvailableUniqueId("shrink"), -1);
-    uIdReleaseModuleUniqueId("shrink", 3); // outside the range now
-    uIdReleaseModuleUniqueId("shrink", 1);
-    EXPECT_EQ(draw("shrink", 2), Ids({1, -1}));
-
-    // A moved range keeps the flags by offset; a cursor left below it restarts at the start.
-    uIdRegisterUniqueIdModule("move", 0, 3);
-    EXPECT_EQ(draw("move", 1), Ids({0}));
-    uIdRegisterUniqueIdModule("move", 100, 3);
-    EXPECT_EQ(draw("move", 3), Ids({101, 102, -1}));
-}
-
-TEST(UniqueId, UnregisterForgetsTheModule) {
-    uIdRegisterUniqueIdModule("gone", 0, 2);
-    EXPECT_EQ(draw("gone", 1), Ids({0}));
-    uIdUnregisterUniqueIdModule("gone");
-    uIdUnregisterUniqueIdModule("gone"); // unknown now: nothing happens
-    uIdUnregisterUniqueIdModule(nullptr);
-    pu::test::LogCapture log;
-    EXPECT_EQ(uIdGetModuleAvailableUniqueId("gone"), -1);
-    EXPECT_EQ(log.count(kWarning, kModule, notRegistered("gone")), 1);
-    uIdRegisterUniqueIdModule("gone", 0, 2); // afresh: all ids free again
-    EXPECT_EQ(draw("gone", 3), Ids({0, 1, -1}));
-
-    // Registered twice, unregistered once: the module is gone, and neither looking it up nor
-    // looking up a module listed after it touches the freed record.
-    uIdRegisterUniqueIdModule("twice", 0, 2);
-    uIdRegisterUniqueIdModule("twice", 0, 4);
-    uIdRegisterUniqueIdModule("afterTwice", 7, 1);
-    uIdUnregisterUniqueIdModule("twice");
-    EXPECT_EQ(uIdGetModuleAvailableUniqueId("twice"), -1);
-    uIdReleaseModuleUniqueId("twice", 0);
-    EXPECT_EQ(draw("afterTwice", 2), Ids({7, -1}));
-    EXPECT_EQ(log.count(kWarning, kModule, notRegistered("twice")), 1);
-
-    // The empty name is a module like any other.
-    uIdRegisterUniqueIdModule("", 5, 1);
-    EXPECT_EQ(draw("", 2), Ids({5, -1}));
-    uIdUnregisterUniqueIdModule("");
-    EXPECT_EQ(uIdGetModuleAvailableUniqueId(""), -1);
 }
 
 } // namespace
