@@ -58,15 +58,15 @@ TEST(TimePlanCalendar, MonthLengths) {
 }
 
 TEST(TimePlanCalendar, TmCompareLooksAtTheSixFieldsOnly) {
-    const std::tm base{.tm_sec = 30,
-                       .tm_min = 20,
-                       .tm_hour = 10,
-                       .tm_mday = 15,
-                       .tm_mon = 5,
-                       .tm_year = 126,
-                       .tm_wday = 1,
-                       .tm_yday = 100,
-                       .tm_isdst = 0};
+    std::tm base{};
+    base.tm_sec = 30;
+    base.tm_min = 20;
+    base.tm_hour = 10;
+    base.tm_mday = 15;
+    base.tm_mon = 5;
+    base.tm_year = 126;
+    base.tm_wday = 1;
+    base.tm_yday = 100;
     int std::tm::*fields[] = {&std::tm::tm_year, &std::tm::tm_mon, &std::tm::tm_mday,
                               &std::tm::tm_hour, &std::tm::tm_min, &std::tm::tm_sec};
     for (int std::tm::*field : fields) {
