@@ -80,6 +80,18 @@ TEST(JsonAdd, ObjectsAreCreatedWhereNullAndNullAddressesFail) {
     EXPECT_NE(orphan, nullptr);
 }
 
+TEST(JsonPath, ReadsThePrintedItemAlongOneToFiveKeys) {
+    const char *json =
+        R"({"a":{"b":{"c":{"d":{"e":false,"f":{"g":1}}}}},"t":true,"n":-3.9,"s":"x\"y"})";
+    EXPECT_EQ(uParaGetBool(json, 7, 5, "A", "b", "c", "d", "e"), 0); // keys ignore case
+    EXPECT_EQ(uParaGetBool(json, 7, 1, "t"), 1);
+    EXPECT_EQ(uParaGetBool(json, 7, 1, "n"), 7);
+    EXPECT_EQ(uParaGetBool(json, 0, 1, "missing"), 1); // missing reads true whatever def
+    EXPECT_EQ(uParaGetInt(json, -1, 1, "n"), -3);
+    EXPECT_EQ(uParaGetInt(json, -1, 6, "a", "b", "c", "d", "f", "g"), -1); // five at most
+    EXPECT_EQ(take(uParaGetString(json, nullptr, 1, "s")), R"(x\"y)");     // only the quotes go
+}
+
 TEST(JsonMemberRead, TypeWordMustMatchExactly) {
     Tree tree(cJSON_Parse(R"({"s":"text","n":42,"d":2.5,"q":"5","t":true})"));
     const cJSON *obj = tree.get();
