@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+// URL and host-name validation against the acceptance patterns run exhaustively, and RESTful
+// templates and their variables.
+#include "test_support.hpp"
+
+#include <gtest/gtest.h>
+
+#include "url/url_patterns.hpp"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+// Every text over the alphabet up to maxLength characters, the empty one included.
+std::vector<std::string> allTexts(const std::string &alphabet, std::size_t maxLength) {
+    std::vector<std::string> out = {""};
+    for (std::size_t from = 0, length = 0; length < maxLength; ++length) {
+        const std::size_t to = out.size();
+        for (std::size_t i = from; i < to; ++i) {
+            for (const char c : alphabet) {
+                out.push_back(out[i] + c);
+            }
+        }
+        from = to;
+    }
+    return out;
+}
+
+// The validators answer common shapes without running the patterns; every short text over the
+// characters that shape a URL, alone and behind each kind of scheme, gets the answers the patterns
+// give when compiled the plain way and tried one by one.
+TEST(UrlCheck, QuickAnswersAgreeWithThePatternsExhaustively) {
+    const std::size_t digits = pu::url::kUrlPatterns.size();
+    regex_t patterns[digits + 1];
+    for (std::size_t i = 0; i <= digits; ++i) {
+        ASSERT_EQ(0, regcomp(&patterns[i],
+                             i < digits ? pu::url::kUrlPatterns[i] : pu::url::kAllDigitsPattern,
+                             REG_EXTENDED | REG_NEWLINE));
+    }
+    auto matches = [&](std::size_t i, const std::string &text) {
+        return regexec(&patterns[i], text.c_str(), 0, nullptr, 0) == 0;
+    };
+    std::vector<std::string> urls = allTexts("a1.:/@", 6);
+    const std::vector<std::string> names = allTexts("a1-.", 6);
+    urls.insert(urls.end(), names.begin(), names.end());
+    for (const std::string &label :
+         {std::string(62, 'x'), std::string(63, '9'), std::string(64, 'y')}) {
+        urls.insert(urls.end(), {label, "a." + label, label + ".b"});
+    }
+    for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "a.b"}) {
+        for (const std::string &tail : allTexts("a0.:/@-)# \n", 4)) {
+            urls.push_back(prefix + tail);
+        }
+    }
+    urls.insert(urls.end(),
+                {"http://u:p@10.0.0.1:65535/x", "http://01.0.0.1/", "http://1.0.0.256/",
+                 "a-b.c-d.e1:8080/p?q=1&r=(2)", "HTTPS://u)@h.com/", "http://[fe80::1]:80/x",
+                 "[1:2:3:4:5:6:7:8]", "h.com:65536", "10.0.0.1:0", "Http://h.com"});
+    int disagreements = 0;
+    for (const std::string &url : urls) {
+        const bool allDigits = matches(digits, url);
+        int expected = 0;
+        for (std::size_t i = 0; i < digits && expected == 0; ++i) {
+            expected = matches(i, url) && (i < 4 || !allDigits);
+        }
+        const int domain = matches(pu::url::kHostNamePattern, url) && !allDigits;
+        if ((uParaUrlCheck(url.c_str()) != expected ||
+             uParaUrlDomainCheck(url.c_str()) != domain) &&
+            ++disagreements <= 10) {
+            ADD_FAILURE() << "'" << url << "'";
+        }
+    }
+    for (regex_t &preg : patterns) {
+        regfree(&preg);
+    }
+}
+
+TEST(UrlCheck, KnownAnswersFromManyThreadsAtFirstUse) {
+    const std::pair<const char *, int> cases[] = {{"rtsp://admin:pw@10.0.0.2:554/live", 1},
+                                                  {"file:///etc/passwd", 1},
+                                                  {"h.com/\xc3\xa9", 1},
+                                                  {"host.123", 0},
+                                                  {"mcast://h.com", 0},
+                                                  {"http://h_c.com", 0},
+                                                  {"0.1.2.3", 0},
+                                                  {"http://[::g]", 0},
+                                                  {"http://h.com/a b", 0},
+                                                  {"", 0}};
+    pu::test::fanOut(8, [&](int) {
+        for (const auto &[url, expected] : cases) {
+            EXPECT_EQ(uParaUrlCheck(url), expected) << url;
+        }
+    });
+    EXPECT_EQ(0, uParaUrlCheck(nullptr));
+    EXPECT_EQ(0, uParaUrlDomainCheck(nullptr));
+    EXPECT_EQ(0, uParaUrlCheck(std::string(100000, 'a').append(".1").c_str()));
+}
+
+TEST(RestfulTemplate, ComparableRegex) {
+    const struct {
+        const char *templ, *path;
+        bool matches;
+    } rows[] = {{"/api/@id", "/api/42", true},
+                {"/api/@id", "//api/42?x=1&y=2", true},
+                {"/api/@id", "/api/42/more", false},
+                {"/api/@id", "/api/42?x", false},
+                {"/dev/:d/ch/@c", "/dev/1/ch/2", true},
+                {"/a.b/@x", "/aXb/1", true}, // literal segments are expressions themselves
+                {"/plain/path", "/plain/path?k=v", true},
+                {"/x/@\\y", "/x/42", false}, // "@\" starts no variable
+                {"/c+/(x|y)*/@v", "/cc/xy/1", true}};
+    for (const auto &r : rows) {
+        regex_t preg;
+        ASSERT_EQ(0, uParaUrlGetComparableRegex(r.templ, &preg)) << r.templ;
+        EXPECT_EQ(regexec(&preg, r.path, 0, nullptr, 0) == 0, r.matches)
+            << r.templ << " " << r.path;
+        regfree(&preg);
+    }
+    // Nested or stacked repetitions would take the compiler exponential time: refused at once.
+    for (const char *refused : {"", "/a(/@b", "/((((a+)+)+)+)+((((a+)+)+)+)+/@b",
+                                "/(a{255}){255}/@b", "+++++++\\@,/@b", "/(((((((((a)))))))))/@b"}) {
+        regex_t preg;
+        EXPECT_EQ(-1, uParaUrlGetComparableRegex(refused, &preg)) << refused;
+    }
+}
+
+TEST(RestfulTemplate, Variables) {
+    // Literal segments are not compared; the query and empty segments do not count; a name
+    // met again collects its values.
+    const struct {
+        const char *url, *templ;
+        int32_t result;
+        Pairs pairs;
+    } rows[] = {{"/dev/3/ch/5", "/dev/@id/ch/:ch", 0, {{"id", "3"}, {"ch", "5"}}},
+                {"/1/2/3", "/@v/@v/@v", 0, {{"v", "1,2,3"}}},
+                {"//other//7?id=9", "/dev/@id", 0, {{"id", "7"}}},
+                {"/1", "/@a/@b", 0, {{"a", "1"}}},
+                {"/x/1", "/x/@\\y", 0, {}},
+                {"/1", "/@:", 0, {{":", "1"}}},
+                {"/", "/@a", -1, {}},
+                {"/1", "///", -1, {}}};
+    for (const auto &r : rows) {
+        uList *list = reinterpret_cast<uList *>(1);
+        EXPECT_EQ(uParaUrlGetVariablesFromRestfulUrl(r.url, r.templ, &list), r.result) << r.url;
+        Pairs pairs;
+        for (uListNode *node = list != nullptr && r.result == 0 ? list->head : nullptr; node;
+             node = node->next) {
+            const auto *pair = static_cast<const UParaUrlPair *>(node->data);
+            pairs.emplace_back(pair->key, pair->value);
+        }
+        EXPECT_EQ(pairs, r.pairs) << r.url << " " << r.templ;
+        if (r.result == 0) {
+            uParaUrlQueryListDestroy(list);
+        }
+    }
+    EXPECT_EQ(-1, uParaUrlGetVariablesFromRestfulUrl("/1", "/@a", nullptr));
+}
+
+} // namespace
