@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Helpers for the crypto and codec tests: hexadecimal literals, reproducible data, and OpenSSL's
-// EVP interface as an independent oracle.
+// Helpers for the crypto tests: hexadecimal literals, bytes, and OpenSSL's EVP interface as an
+// independent oracle.
 #pragma once
 
 #include <openssl/evp.h>
 
+#include "test_support.hpp"
+
 #include <cstdint>
-#include <random>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace pu::test {
@@ -41,26 +44,26 @@ inline Bytes asBytes(const std::string &text) {
     return Bytes(text.begin(), text.end());
 }
 
-// Reproducible pseudo-random bytes.
-inline Bytes pattern(std::size_t length, std::uint32_t seed) {
-    std::mt19937 engine(seed);
-    Bytes out(length);
-    for (auto &b : out) {
-        b = static_cast<std::uint8_t>(engine());
-    }
-    return out;
+// The shared deterministic pattern as bytes.
+inline Bytes patternBytes(std::size_t length, std::uint32_t seed) {
+    return asBytes(pattern(length, seed));
 }
 
-// AES-CBC through OpenSSL; padding as the cipher's default (PKCS#7) unless pad is false.
-inline Bytes opensslCbc(bool encrypt, const Bytes &key, const Bytes &iv, const Bytes &in,
-                        bool pad = true) {
-    const EVP_CIPHER *cipher = key.size() == 16   ? EVP_aes_128_cbc()
-                               : key.size() == 24 ? EVP_aes_192_cbc()
-                                                  : EVP_aes_256_cbc();
+// AES through OpenSSL: CBC (or ECB/CFB-1 when given), the key length choosing the variant;
+// standard padding unless pad is false.
+inline Bytes openssl(bool encrypt, const Bytes &key, const Bytes &iv, const Bytes &in,
+                     bool pad = true, char mode = 'c') {
+    const int k = key.size() == 16 ? 0 : key.size() == 24 ? 1 : 2;
+    const EVP_CIPHER *ciphers[3][3] = {
+        {EVP_aes_128_cbc(), EVP_aes_192_cbc(), EVP_aes_256_cbc()},
+        {EVP_aes_128_ecb(), EVP_aes_192_ecb(), EVP_aes_256_ecb()},
+        {EVP_aes_128_cfb1(), EVP_aes_192_cfb1(), EVP_aes_256_cfb1()}};
+    const EVP_CIPHER *cipher = ciphers[mode == 'c' ? 0 : mode == 'e' ? 1 : 2][k];
     EVP_CIPHER_CTX *ctx = EVP_CIPHER_CTX_new();
     Bytes out(in.size() + 32);
     int n = 0, tail = 0;
-    EVP_CipherInit_ex(ctx, cipher, nullptr, key.data(), iv.data(), encrypt ? 1 : 0);
+    EVP_CipherInit_ex(ctx, cipher, nullptr, key.data(), iv.empty() ? nullptr : iv.data(),
+                      encrypt ? 1 : 0);
     EVP_CIPHER_CTX_set_padding(ctx, pad ? 1 : 0);
     const bool ok =
         EVP_CipherUpdate(ctx, out.data(), &n, in.data(), static_cast<int>(in.size())) == 1 &&
@@ -72,5 +75,29 @@ inline Bytes opensslCbc(bool encrypt, const Bytes &key, const Bytes &iv, const B
     out.resize(static_cast<std::size_t>(n + tail));
     return out;
 }
+
+// One row of a call table: the call as written, what it gave and what it should give. Rows are
+// evaluated in order, so a row may depend on the state the rows before it left.
+struct Row {
+    const char *call;
+    std::string got, want;
+};
+inline std::string shown(const std::string &text) {
+    return text;
+}
+inline std::string shown(const char *text) {
+    return text != nullptr ? text : "(null)";
+}
+template <typename T>
+requires std::is_integral_v<T> std::string shown(T value) {
+    return std::to_string(value);
+}
+inline void checkRows(std::initializer_list<Row> rows) {
+    for (const Row &row : rows) {
+        EXPECT_EQ(row.got, row.want) << row.call;
+    }
+}
+#define PU_ROW(call, want)                                                                         \
+    { #call, ::pu::test::shown(call), ::pu::test::shown(want) }
 
 } // namespace pu::test
