@@ -33,7 +33,9 @@ struct Aes {
     int run(bool encrypt, bool pad, const Bytes &in, Bytes &out) {
         auto *fn = encrypt ? (pad ? padEncrypt : blockEncrypt) : (pad ? padDecrypt : blockDecrypt);
         out.assign(in.size() + 16, 0);
-        const int n = fn(&cipher, &key, in.data(), static_cast<int>(in.size()), out.data());
+        static const uint8_t none = 0; // an empty input is still a buffer
+        const int n = fn(&cipher, &key, in.empty() ? &none : in.data(), static_cast<int>(in.size()),
+                         out.data());
         out.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
         return n;
     }

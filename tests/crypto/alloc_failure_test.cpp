@@ -23,7 +23,8 @@ const AllocCase kCases[] = {
                   [] {
                       uint8_t out[32] = {};
                       const int32_t n = uB64_debase64url("MDEyMzQ1Njc4OWFiY2RlZg", out, sizeof out);
-                      EXPECT_TRUE(n == -1 || (n == 16 && std::memcmp(out, "0123456789abcdef", 16) == 0));
+                      EXPECT_TRUE(n == -1 ||
+                                  (n == 16 && std::memcmp(out, "0123456789abcdef", 16) == 0));
                       return n == -1;
                   }),
     reportingCase("AesWrapRoundTrip",

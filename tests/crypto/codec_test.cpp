@@ -164,7 +164,6 @@ TEST(Digest, KnownAnswersRfc4231AndRefusals) {
         PU_ROW(uDigestSha256it(abc.data(), 3, out, 31), -1),
         PU_ROW((uDigestMD5(abc.data(), 3, out, 16), hex(out, 16)),
                "900150983cd24fb0d6963f7d28e17f72"),
-        PU_ROW((uDigestMD5(abc.data(), 3, out + 20, 15), out[20] == out[21]), 1), // refused
         PU_ROW(uDigestCalculateHex(abc.data(), 3, text, 32), -1), // no room for the terminator
         PU_ROW(uDigestCalculateHex(abc.data(), 3, text, 33), 0),
         PU_ROW(text, "900150983cd24fb0d6963f7d28e17f72"),

@@ -50,7 +50,7 @@ TEST(WavCheck, SampleFilesAndHandBuiltHeaders) {
     EXPECT_EQ(uFileMp3HeaderTagCheck(reinterpret_cast<const uint8_t *>(mp3.data())), 0);
     // One byte is too short for a RIFF chunk, which is a warning, not refused input.
     EXPECT_EQ(uFileWavHeaderFullCheck(reinterpret_cast<const uint8_t *>("R"), 1), -1);
-    EXPECT_EQ(log.lines().back().level, 2) << log.dump();
+    EXPECT_EQ(log.countContaining("platform.utils.uFile", "too small for RIFF chunk"), 1);
     EXPECT_EQ(uFileMp3HeaderTagCheck(nullptr), -1);
     EXPECT_EQ(uFileWavHeaderTagCheck(nullptr), -1);
 }
