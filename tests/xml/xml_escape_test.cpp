@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr const char *kModule = "utils.xmlparser";
-
 struct Escaped {
     int32_t result;
     std::string output;
