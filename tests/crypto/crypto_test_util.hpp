@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
-// Helpers for the crypto and codec tests: hexadecimal literals, reproducible data, and OpenSSL's
-// EVP interface as an independent oracle.
+// Helpers for the crypto tests: hexadecimal, bytes, and OpenSSL's EVP interface as the
+// independent oracle for AES.
 #pragma once
 
 #include <openssl/evp.h>
 
+#include "call_table.hpp"
+#include "test_support.hpp"
+
 #include <cstdint>
-#include <random>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,51 +26,40 @@ inline Bytes fromHex(const std::string &hex) {
 }
 
 inline std::string toHex(const std::uint8_t *data, std::size_t length) {
-    static const char digits[] = "0123456789abcdef";
     std::string out;
     for (std::size_t i = 0; i < length; ++i) {
-        out += digits[data[i] >> 4];
-        out += digits[data[i] & 15];
+        out += {"0123456789abcdef"[data[i] >> 4], "0123456789abcdef"[data[i] & 15]};
     }
     return out;
 }
-
 inline std::string toHex(const Bytes &data) {
     return toHex(data.data(), data.size());
 }
-
 inline Bytes asBytes(const std::string &text) {
     return Bytes(text.begin(), text.end());
 }
-
-// Reproducible pseudo-random bytes.
-inline Bytes pattern(std::size_t length, std::uint32_t seed) {
-    std::mt19937 engine(seed);
-    Bytes out(length);
-    for (auto &b : out) {
-        b = static_cast<std::uint8_t>(engine());
-    }
-    return out;
+inline Bytes patternBytes(std::size_t length, std::uint32_t seed) {
+    return asBytes(pattern(length, seed));
+}
+inline Bytes cat(Bytes a, const Bytes &b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
 
-// AES-CBC through OpenSSL; padding as the cipher's default (PKCS#7) unless pad is false.
-inline Bytes opensslCbc(bool encrypt, const Bytes &key, const Bytes &iv, const Bytes &in,
-                        bool pad = true) {
-    const EVP_CIPHER *cipher = key.size() == 16   ? EVP_aes_128_cbc()
-                               : key.size() == 24 ? EVP_aes_192_cbc()
-                                                  : EVP_aes_256_cbc();
-    EVP_CIPHER_CTX *ctx = EVP_CIPHER_CTX_new();
+// AES encryption through OpenSSL: mode "cbc", "ecb" or "cfb1", the key length choosing the
+// variant; standard padding unless pad is false.
+inline Bytes openssl(const Bytes &key, const Bytes &iv, const Bytes &in, bool pad = true,
+                     const std::string &mode = "cbc") {
+    const std::string name = "aes-" + std::to_string(key.size() * 8) + "-" + mode;
+    std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX *)> ctx(EVP_CIPHER_CTX_new(),
+                                                                    EVP_CIPHER_CTX_free);
     Bytes out(in.size() + 32);
     int n = 0, tail = 0;
-    EVP_CipherInit_ex(ctx, cipher, nullptr, key.data(), iv.data(), encrypt ? 1 : 0);
-    EVP_CIPHER_CTX_set_padding(ctx, pad ? 1 : 0);
-    const bool ok =
-        EVP_CipherUpdate(ctx, out.data(), &n, in.data(), static_cast<int>(in.size())) == 1 &&
-        EVP_CipherFinal_ex(ctx, out.data() + n, &tail) == 1;
-    EVP_CIPHER_CTX_free(ctx);
-    if (!ok) {
-        throw std::runtime_error("OpenSSL refused the input");
-    }
+    EVP_EncryptInit_ex(ctx.get(), EVP_get_cipherbyname(name.c_str()), nullptr, key.data(),
+                       iv.data());
+    EVP_CIPHER_CTX_set_padding(ctx.get(), pad ? 1 : 0);
+    EVP_EncryptUpdate(ctx.get(), out.data(), &n, in.data(), static_cast<int>(in.size()));
+    EXPECT_EQ(EVP_EncryptFinal_ex(ctx.get(), out.data() + n, &tail), 1) << "OpenSSL refused it";
     out.resize(static_cast<std::size_t>(n + tail));
     return out;
 }

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr const char *kModule = "utils.xmlparser";
-
 struct Escaped {
     int32_t result;
     std::string output;
@@ -85,79 +83,6 @@ TEST(XmlEscape, WellFormedReferencesPassAndEverythingElseIsRepaired) {
     EXPECT_EQ(escapeWhole(";;a;"), ";;a;");
 }
 
-TEST(XmlEscape, CandidateIsCarriedUntilTheFinalChunk) {
-    uXmlParserAmpState state{};
-    char out[64];
-    int32_t count = -1;
-    ASSERT_EQ(uXmlParserEscapeAmpersands("x&am", 4, out, &count, sizeof out, &state, 0), 0);
-    EXPECT_EQ(std::string(out, count), "x");
-    EXPECT_EQ(state.pendingCount, 3);
-    ASSERT_EQ(uXmlParserEscapeAmpersands("p;y", 3, out, &count, sizeof out, &state, 0), 0);
-    EXPECT_EQ(std::string(out, count), "&amp;y");
-    EXPECT_EQ(state.pendingCount, 0);
-
-    // Without the final flag an open candidate is never written; with it, it comes out escaped.
-    ASSERT_EQ(uXmlParserEscapeAmpersands("&#12", 4, out, &count, sizeof out, &state, 0), 0);
-    EXPECT_EQ(count, 0);
-    ASSERT_EQ(uXmlParserEscapeAmpersands("3", 1, out, &count, sizeof out, &state, 1), 0);
-    EXPECT_EQ(std::string(out, count), "&amp;#123");
-    EXPECT_EQ(state.pendingCount, 0);
-
-    // A candidate that reaches 16 bytes is written out by the byte after it, final or not.
-    ASSERT_EQ(
-        uXmlParserEscapeAmpersands("&abcdefghijklmnop", 17, out, &count, sizeof out, &state, 0), 0);
-    EXPECT_EQ(std::string(out, count), "&amp;abcdefghijklmnop");
-}
-
-TEST(XmlEscape, EverySplitGivesTheSameOutputAsTheWhole) {
-    const std::string inputs[] = {
-        "<a href=\"http://h/p?x=1&y=2&amp;z=3\">&lt;&#38;&#x26;&#x;&nbsp;&&amp;</a>",
-        "&#0000000000001;&#00000000000001;&abcdefghijklmno;&abcdefghijklmnopq;&",
-        "&quot;&apos;&gt;&;&#;&#X1f;;&a",
-    };
-    for (const std::string &input : inputs) {
-        const std::string whole = escapeWhole(input);
-        const std::size_t n = input.size();
-        for (std::size_t i = 1; i < n; ++i) {
-            ASSERT_EQ(escapePieces({input.substr(0, i), input.substr(i)}).output, whole)
-                << input << " split at " << i;
-            for (std::size_t j = i + 1; j < n; ++j) {
-                ASSERT_EQ(
-                    escapePieces({input.substr(0, i), input.substr(i, j - i), input.substr(j)})
-                        .output,
-                    whole)
-                    << input << " split at " << i << " and " << j;
-            }
-        }
-        std::vector<std::string> bytes;
-        for (char c : input) {
-            bytes.emplace_back(1, c);
-        }
-        EXPECT_EQ(escapePieces(bytes).output, whole) << "byte by byte: " << input;
-    }
-}
-
-TEST(XmlEscape, FullOutputKeepsWhatWasWrittenCounted) {
-    // Plain bytes without any "&" go whole or not at all.
-    EXPECT_EQ(escapePieces({"abcdef"}, 5).result, 1);
-    EXPECT_EQ(escapePieces({"abcdef"}, 5).output, "");
-    EXPECT_EQ(escapePieces({"abcdef"}, 6).output, "abcdef");
-
-    // Before a reference the plain bytes that fit are counted; the reference itself is all or
-    // nothing, and so is the "&amp;" of a repair.
-    EXPECT_EQ(escapePieces({"abc&lt;"}, 5).result, 1);
-    EXPECT_EQ(escapePieces({"abc&lt;"}, 5).output, "abc");
-    EXPECT_EQ(escapePieces({"abc&lt;"}, 7).output, "abc&lt;");
-    EXPECT_EQ(escapePieces({"abcdefgh&x"}, 4).output, "abcd");
-    EXPECT_EQ(escapePieces({"a&b"}, 5).output, "a");
-    EXPECT_EQ(escapePieces({"a&b"}, 6).output, "a&amp;");
-    EXPECT_EQ(escapePieces({"a&b"}, 6).result, 1);
-    EXPECT_EQ(escapePieces({"a&b"}, 7).output, "a&amp;b");
-    // The final flush needs room too.
-    EXPECT_EQ(escapePieces({"ab&"}, 6).result, 1);
-    EXPECT_EQ(escapePieces({"ab&"}, 7).result, 0);
-}
-
 TEST(XmlEscape, BadArgumentsAreRefusedWithoutTouchingTheCount) {
     uXmlParserAmpState state{};
     char out[16];
@@ -173,42 +98,6 @@ TEST(XmlEscape, BadArgumentsAreRefusedWithoutTouchingTheCount) {
     state.pendingCount = 17; // corrupt state: never index past the candidate
     EXPECT_EQ(uXmlParserEscapeAmpersands("a", 1, out, &count, 16, &state, 1), 2);
     EXPECT_EQ(count, 77);
-}
-
-TEST(XmlEscape, BufferStepGrowsForEveryAmpersandAndACarriedCandidate) {
-    pu::test::LogCapture log;
-    uXmlParserAmpState state{};
-    int32_t capacity = 4;
-    auto *buffer = static_cast<char *>(uMalloc(static_cast<uint32_t>(capacity)));
-    int32_t count = -1;
-    // 5 bytes with two "&": room for 5 + 4 * 2.
-    ASSERT_EQ(uXmlParserProcessXmlBufferWithAmp("a&b&c", 5, &buffer, &count, &capacity, &state, 1),
-              0);
-    EXPECT_EQ(capacity, 13);
-    EXPECT_EQ(std::string(buffer, count), "a&amp;b&amp;c");
-    // Large enough already: no change.
-    ASSERT_EQ(uXmlParserProcessXmlBufferWithAmp("&x", 2, &buffer, &count, &capacity, &state, 1), 0);
-    EXPECT_EQ(capacity, 13);
-
-    // An open candidate carried in from the previous chunk can come out escaped in this one.
-    ASSERT_EQ(uXmlParserProcessXmlBufferWithAmp("&abcdefghijklmn", 15, &buffer, &count, &capacity,
-                                                &state, 0),
-              0);
-    ASSERT_EQ(state.pendingCount, 15);
-    ASSERT_EQ(uXmlParserProcessXmlBufferWithAmp("o", 1, &buffer, &count, &capacity, &state, 1), 0);
-    EXPECT_EQ(std::string(buffer, count), "&amp;abcdefghijklmno");
-
-    // Empty input is refused before anything else, silently; a failing escape is logged.
-    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 0, &buffer, &count, &capacity, &state, 1), -1);
-    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp(nullptr, 3, &buffer, &count, &capacity, &state, 1),
-              -1);
-    EXPECT_TRUE(log.lines().empty()) << log.dump();
-    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 1, &buffer, &count, &capacity, nullptr, 1),
-              -1);
-    EXPECT_EQ(log.count(3, kModule, "uXmlParserProcessXmlBufferWithAmp: parser fail, reason=[2]."),
-              1)
-        << log.dump();
-    uFree(buffer);
 }
 
 } // namespace

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <expat.h>
+#include <openssl/evp.h>
 #include <usocket.h>
 #include <uxmlparser.h>
 
 #include "socket_test_util.hpp"
 
+#include <array>
 #include <functional>
 #include <string>
 #include <thread>
@@ -124,6 +126,37 @@ inline std::string bigDocument(std::size_t size, bool ampersands) {
                (ampersands ? "&amp;b=2" : ";b=2") + "</link></m:item>\n";
     }
     return doc + "</feed>";
+}
+
+// The digest parse through a pipe; the digest starts as 0xAA bytes, to show whether it was
+// written.
+using Digest = std::array<unsigned char, 16>;
+
+inline Digest md5Of(const std::string &bytes) {
+    Digest digest{};
+    unsigned int length = 0;
+    EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_md5(), nullptr);
+    return digest;
+}
+
+struct DigestParse {
+    int32_t result;
+    Digest digest;
+    XmlRecorder recorder;
+};
+
+inline DigestParse parseWithDigest(const std::string &stream, int32_t totalLength,
+                                   const char *trailer = nullptr,
+                                   uXmlContinueFn shouldContinue = nullptr,
+                                   std::size_t piece = 4096) {
+    DigestParse p{};
+    p.digest.fill(0xAA);
+    p.result = throughPipe(stream, piece, [&](int fd) {
+        return uXmlParseFromFdWithDigestAndBreak(fd, totalLength, uSocketReadNormalData, trailer,
+                                                 &p.recorder, XmlRecorder::start, XmlRecorder::text,
+                                                 XmlRecorder::end, p.digest.data(), shouldContinue);
+    });
+    return p;
 }
 
 // True when no parse is registered: a pause with nobody to fall back on fails.
