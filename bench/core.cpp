@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Core containers and the platform pool, each beside a plain reference in the same run:
+//   - semTake/semGive of a platform mutex against pthread_mutex_lock/unlock, alone and with 2
+//     and 4 threads on one lock;
 //   - uBmAlloc/uBmFree against malloc/free of the same size;
 //   - taskThrPoolAddTask hand-over latency (queue to run) against a std::thread fed through a
 //     mutex and a condition variable.
@@ -7,6 +9,9 @@
 #include <platform_utils.h>
 
 #include <benchmark/benchmark.h>
+#include <pthread.h>
+
+#include "support/times_reporter.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -19,6 +24,32 @@
 #include <vector>
 
 namespace {
+
+// One lock taken and given in a loop by every thread of the run: uncontended with one thread,
+// contended with more (the figure is per pair, per thread).
+void BM_SemTakeGive(benchmark::State &state) {
+    static SEM_ID lock;
+    if (state.thread_index() == 0) {
+        lock = semMCreate(0);
+    }
+    for (auto _ : state) {
+        semTake(lock, WAIT_FOREVER);
+        semGive(lock);
+    }
+    if (state.thread_index() == 0) {
+        semDelete(lock);
+    }
+}
+BENCHMARK(BM_SemTakeGive)->Threads(1)->Threads(2)->Threads(4)->UseRealTime();
+
+void BM_PthreadLockUnlock(benchmark::State &state) {
+    static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    for (auto _ : state) {
+        pthread_mutex_lock(&lock);
+        pthread_mutex_unlock(&lock);
+    }
+}
+BENCHMARK(BM_PthreadLockUnlock)->Threads(1)->Threads(2)->Threads(4)->UseRealTime();
 
 constexpr std::uint32_t kBlockSize = 24;
 constexpr std::uint32_t kBlockCount = 1024;
@@ -169,3 +200,21 @@ void BM_PlainThreadHandOver(benchmark::State &state) {
 BENCHMARK(BM_PlainThreadHandOver)->UseRealTime();
 
 } // namespace
+
+int main(int argc, char **argv) {
+    return pu::bench::runBenchmarks(argc, argv, [](const pu::bench::TimesReporter &times) {
+        pu::bench::printRatios(
+            times, "time relative to the reference (our time / reference time):",
+            {
+                {"semTake+semGive vs pthread mutex, 1 thread", "BM_SemTakeGive/real_time/threads:1",
+                 "BM_PthreadLockUnlock/real_time/threads:1", "   (goal <= 1.5)"},
+                {"semTake+semGive vs pthread mutex, 2 threads",
+                 "BM_SemTakeGive/real_time/threads:2", "BM_PthreadLockUnlock/real_time/threads:2"},
+                {"semTake+semGive vs pthread mutex, 4 threads",
+                 "BM_SemTakeGive/real_time/threads:4", "BM_PthreadLockUnlock/real_time/threads:4"},
+                {"uBmAlloc+uBmFree vs malloc+free, 24 bytes", "BM_PoolAllocFree", "BM_MallocFree",
+                 "   (goal <= 1)"},
+                {"uBm burst of 256 vs malloc", "BM_PoolBurst256", "BM_MallocBurst256"},
+            });
+    });
+}
