@@ -273,6 +273,10 @@ TEST(StrWchar, BuiltInOperatorsAndRegistration) {
     EXPECT_EQ(uStrToLowercase("ABC", dst, sizeof(dst)), -1); // null disables
     uStrRegisterWcharOperator(nullptr);                      // ignored
     EXPECT_EQ(gWcharOpHook.toUppercase, &shout);
+    ops = {nullptr, shout}; // each direction on its own
+    uStrRegisterWcharOperator(&ops);
+    EXPECT_EQ(uStrToUppercase("abc", dst, sizeof(dst)), -1);
+    EXPECT_EQ(uStrToLowercase("ABC", dst, sizeof(dst)), 0);
     uStrRegisterWcharOperator(&saved);
 }
 

@@ -211,3 +211,31 @@ TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
 
 } // namespace
 } // namespace pu::test
+
+namespace pu::test {
+namespace {
+
+// uTimerShow lists by expiry, and a timer added later goes before earlier ones of the same
+// expiry: the order callbacks of one pass are handed on in.
+TEST_F(TimerTest, ShowListsByExpiryNewestFirstAmongEqualExpiries) {
+    Timers t;
+    const std::uint32_t a = t.add(300, 1), b = t.add(100, 2), c = t.add(200, 3), d = t.add(200, 4);
+    LogCapture capture;
+    uTimerShow();
+    auto entry = [](std::uint32_t timer, int ms) {
+        return "id=[" + std::to_string(timer) + "] expires=[" + std::to_string(ms) + "]";
+    };
+    std::vector<std::string> listed;
+    for (const LogLine &line : capture.lines()) {
+        for (std::uint32_t timer : {a, b, c, d}) {
+            if (line.message.rfind("id=[" + std::to_string(timer) + "]", 0) == 0) {
+                listed.push_back(line.message);
+            }
+        }
+    }
+    EXPECT_EQ(listed, (std::vector<std::string>{entry(b, 100), entry(d, 200), entry(c, 200),
+                                                entry(a, 300)}));
+}
+
+} // namespace
+} // namespace pu::test
