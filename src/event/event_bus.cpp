@@ -187,11 +187,17 @@ class Snapshot {
     }
 
     // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
-    // cannot be had, in which case nothing was copied.
+    // cannot be had, in which case nothing was copied. One walk for the usual few carers; a
+    // longer chain is counted and copied again into heap storage.
     bool take(const Slot &slot) {
         std::size_t needed = 0;
         for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
-            needed += carer->callback != nullptr ? 1 : 0;
+            if (carer->callback != nullptr) {
+                if (needed < kInlineCopies) {
+                    inline_[needed] = CarerCopy{carer->userData, carer->callback};
+                }
+                ++needed;
+            }
         }
         if (needed > kInlineCopies) {
             copies_ = static_cast<CarerCopy *>(
@@ -200,15 +206,16 @@ class Snapshot {
                 copies_ = inline_;
                 return false;
             }
-        }
-        for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
-            if (carer->callback != nullptr) {
-                copies_[count_++] = CarerCopy{carer->userData, carer->callback};
+            for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
+                if (carer->callback != nullptr) {
+                    copies_[count_++] = CarerCopy{carer->userData, carer->callback};
+                }
             }
+            return true;
         }
+        count_ = needed;
         return true;
     }
-
     void call(const char *name, void *data, std::uint32_t length) const {
         for (std::size_t i = 0; i < count_; ++i) {
             copies_[i].callback(name, copies_[i].userData, data, length);
@@ -216,7 +223,7 @@ class Snapshot {
     }
 
   private:
-    CarerCopy inline_[kInlineCopies]{};
+    CarerCopy inline_[kInlineCopies]; // only the first count_ are ever read
     CarerCopy *copies_ = inline_;
     std::size_t count_ = 0;
 };

@@ -42,8 +42,19 @@ constexpr NameKeys nameKeys(const char *name, std::uint32_t slots) noexcept {
     if (name == nullptr) {
         return {0, 0, 0};
     }
-    const std::uint32_t start = rsRaw(name) % slots;
-    return {start, bkdr31(name), start};
+    // Both hashes in one walk over the name (they are the two loops above, interleaved): the
+    // event bus and the status store hash a name on every call.
+    std::uint32_t rs = 0;
+    std::uint32_t a = 63689;
+    std::uint32_t bkdr = 0;
+    for (const char *p = name; *p != '\0'; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        rs = rs * a + c;
+        a *= 378551;
+        bkdr = bkdr * 131 + c;
+    }
+    const std::uint32_t start = rs % slots;
+    return {start, bkdr & 0x7FFFFFFF, start};
 }
 
 // Visits the slots of a table of `slots` slots in linear-probe order from keys.start, each once,
