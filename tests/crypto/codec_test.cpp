@@ -61,7 +61,7 @@ TEST(Base64, Rfc4648VectorsBothWaysAndOpenSslOverManyLengths) {
 TEST(Codecs, StrictLenientUrlPasswordsAndHexadecimal) {
     char t[40], d[16];
     uint8_t o[8];
-    const uint8_t abc[] = {'a', 'b', 'c'}, bytes[] = {0x00, 0xAB, 0x7F};
+    const uint8_t abc[] = {'a', 'b', 'c'}, bytes[16] = {0x00, 0xAB, 0x7F}; // a whole MD5 digest
     checkRows({
         PU_ROW(uB64_ntop(abc, 3, t, 4), -1), // no room for the terminator
         PU_ROW(uB64_ntop(abc, 3, t, 5), 4),
