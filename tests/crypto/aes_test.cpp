@@ -133,6 +133,7 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
 TEST(AesBlock, RefusalCodes) {
     LogCapture quiet;
     uint8_t b[48] = {};
+    uint32_t rk[61];
     Aes enc(0, U_AES_MODE_CBC), dec(1, U_AES_MODE_CBC), cfbDec(1, 3), cfbEnc(0, 3);
     keyInstance key{};
     cipherInstance cipher{}, odd = enc.cipher;
@@ -159,8 +160,7 @@ TEST(AesBlock, RefusalCodes) {
         PU_ROW(makeKey(&key, 0, 128, "000102030405060708090A0B0C0D0E0Fzz"), U_AES_SUCCESS),
         PU_ROW(key.keyMaterial, "000102030405060708090A0B0C0D0E0F"), // only keyLen / 4 read
         PU_ROW(makeKey(&key, 1, 128, nullptr), U_AES_SUCCESS),       // reuses the record's text
-        PU_ROW(key.Nr, 10),
-        PU_ROW(cipherInit(&cipher, 0, nullptr), U_AES_BAD_CIPHER_MODE),
+        PU_ROW(key.Nr, 10), PU_ROW(cipherInit(&cipher, 0, nullptr), U_AES_BAD_CIPHER_MODE),
         PU_ROW(cipherInit(&cipher, 2, "000102030405060708090a0b0c0d0e0x"),
                U_AES_BAD_CIPHER_INSTANCE),
         PU_ROW(blockEncrypt(&dec.cipher, &dec.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
@@ -171,6 +171,8 @@ TEST(AesBlock, RefusalCodes) {
         PU_ROW(blockEncrypt(&enc.cipher, &enc.key, b, 15, b), 0),
         PU_ROW(uAesEncrypt(k, b, 0, b), 16), // the vector only
         PU_ROW(uAesDecrypt(k, b, 33, b), 0),
+        PU_ROW(uAesDecrypt(k, b, 16, b), 0),        // the vector alone: nothing to decrypt
+        PU_ROW(rijndaelKeySetupEnc(rk, b, 100), 0), // no such key size
     });
 }
 

@@ -38,13 +38,13 @@ TEST(JsonAdd, UpdatesInPlaceIgnoringCaseWithTheirKeptOddities) {
     EXPECT_EQ(cJSON_GetInt(obj, "count", -1), 5);
     EXPECT_EQ(cJSON_GetDouble(obj, "count", -1), 9.0);
     EXPECT_EQ(cJSON_GetObjectItem(obj, "name")->valuestring, nullptr);
-    ASSERT_EQ(uParaAddString(&obj, "name", "second"), 0);
-    EXPECT_STREQ(cJSON_GetString(obj, "NAME", nullptr), "second");
+    ASSERT_EQ(uParaAddString(&obj, "name", "a second"), 0); // a space prints raw
+    EXPECT_STREQ(cJSON_GetString(obj, "NAME", nullptr), "a second");
     // A bool update writes the value into the type word: 1 is false, 2 true, 0 invalid.
     ASSERT_EQ(uParaAddBool(&obj, "ON", 1), 0);
     ASSERT_EQ(uParaAddBool(&obj, "off", 2), 0);
     EXPECT_EQ(take(cJSON_Print_Oneline(obj)),
-              "{ \"Count\":\t9, \"big\":\t-2199023255552, \"name\":\t\"second\", \"on\":\tfalse, "
+              "{ \"Count\":\t9, \"big\":\t-2199023255552, \"name\":\t\"a second\", \"on\":\tfalse, "
               "\"off\":\ttrue }");
     ASSERT_EQ(uParaAddBool(&obj, "on", 0), 0);
     EXPECT_EQ(cJSON_GetObjectItem(obj, "on")->type, cJSON_Invalid);

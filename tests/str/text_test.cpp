@@ -47,6 +47,7 @@ TEST(StrCompare, NullSafeComparisonsAndSearches) {
         EXPECT_EQ(at(r.text, uStrCaseStr(r.text, r.other)), r.caseStr);
     }
     EXPECT_EQ(uStrTailCmp("", ""), -1);
+    EXPECT_EQ(uStrTailCmp("a", "abc"), -1); // a tail longer than the text
 
     const struct {
         const char *text;
@@ -116,6 +117,9 @@ TEST(StrStrip, InPlaceStrippers) {
     for (Strip strip : {space, crlf, quoted, pair, angles, bom}) {
         EXPECT_EQ(strip(nullptr), nullptr);
     }
+    char open[] = "<";
+    EXPECT_EQ(uStrStripHeadAndTailSign(open, '<', '>') + uStrStripHeadAndTailSign(nullptr, 0, 0),
+              -2);
 
     char text[] = "aZ09\xC3\xA9-z@[`{";
     uStrToUpper(text);

@@ -139,6 +139,7 @@ TEST(UrlRecord, ParseComposeAndEdit) {
     EXPECT_STREQ("rtsp://[::1]:554/s", dst);
     EXPECT_EQ(-1, uParaUrlRemoveUserAndPasswd("not a url", dst, sizeof(dst)));
     char url[64] = "http://u:p@10.0.0.2/x";
+    EXPECT_EQ(-1, uParaUrlReplaceUrlPath(nullptr, sizeof(url), "new/path"));
     EXPECT_EQ(0, uParaUrlReplaceUrlPath(url, sizeof(url), "new/path"));
     EXPECT_STREQ("http://u:p@10.0.0.2/new/path", url);
     EXPECT_EQ(0, uParaUrlReplaceUrlPath(url, sizeof(url), nullptr));
@@ -176,11 +177,12 @@ TEST(UrlQuery, ListsUpdateInPlaceAndJoinWithinTheLimit) {
     ASSERT_EQ(0, uParaUrlAddString(list, "e", ""));
     ASSERT_EQ(0, uParaUrlAddInt(list, "i", 3)); // the same key updates in place
     ASSERT_EQ(0, uParaUrlAddBool(list, "t", 1));
-    ASSERT_EQ(0, uParaUrlAddBool(list, "f", 2));                    // only 1 is true here...
-    ASSERT_EQ(0, uParaUrlAddBoolUnencoded(list, "u", 2));           // ...and any non-zero here
+    ASSERT_EQ(0, uParaUrlAddBool(list, "f", 2));          // only 1 is true here...
+    ASSERT_EQ(0, uParaUrlAddBoolUnencoded(list, "u", 2)); // ...and any non-zero here
+    ASSERT_EQ(0, uParaUrlAddBoolUnencoded(list, "v", 1));
     ASSERT_EQ(0, uParaUrlAddStringUnencoded(list, "a+b", "raw #")); // the stored key is encoded
     EXPECT_EQ(take(uParaUrlStringPtrCreate(list)),
-              "a+b=raw #&i=3&l=9000000000&e=&t=TRUE&f=FALSE&u=TRUE");
+              "a+b=raw #&i=3&l=9000000000&e=&t=TRUE&f=FALSE&u=TRUE&v=TRUE");
     EXPECT_EQ(0, uListSize(list)); // consumed
 
     EXPECT_EQ(-1, uParaUrlAddInt(list, "", 1));
