@@ -144,7 +144,8 @@ TEST_F(Sim, ManualHeartbeatRunsInOrderAndWaitsForThePassAndThePools) {
 }
 
 TEST(SlowHeartbeat, TheThreadBeatsUnlessManualModeStopsIt) {
-    static pu::test::CallRecorder<std::thread::id> beats;
+    // The application stays registered and beating until the process ends: never destroyed.
+    static auto &beats = *new pu::test::CallRecorder<std::thread::id>;
     osaSmRegisterApp("slow beat", [] { beats.record(std::this_thread::get_id()); });
     ASSERT_TRUE(beats.waitFor(3)) << "the heartbeat thread did not call it";
     EXPECT_NE(beats.values().back(), std::this_thread::get_id());
