@@ -213,6 +213,7 @@ TEST(StrMac, ValidationFormattingAndAddresses) {
     EXPECT_EQ(uStrHexMacAddrToStr(raw, 6, 0, dst, sizeof(dst)), -1);
     EXPECT_EQ(uStrHexMacAddrToStr(digits, 6, 0, dst, 5), -1);
     EXPECT_EQ(uStrIPv4ToStr(0xFFFFFFC0u, dst, 12), 0); // lowest byte first, cut to size
+    EXPECT_EQ(uStrIPv4ToStr(1, nullptr, 12), -1);
     EXPECT_STREQ(dst, "192.255.255");
 }
 

@@ -71,7 +71,7 @@ TEST(StrCompare, NullSafeComparisonsAndSearches) {
         EXPECT_EQ(at(text, uStrFirstQuoteFind(text)), first) << text; // odd backslashes escape
     }
     for (const auto &[text, alnum] :
-         {std::pair<const char *, int>{"abc123", 1}, {"", 1}, {nullptr, 0}}) {
+         {std::pair<const char *, int>{"abc123", 1}, {"ab-1", 0}, {"", 1}, {nullptr, 0}}) {
         EXPECT_EQ(uStrIsAlphaDigit(text), alnum) << orNull(text); // "" deliberately true
     }
 }
@@ -143,6 +143,11 @@ TEST(StrSplit, EmptyFieldsAndQuotedSlots) {
     EXPECT_EQ(uStrListGet("abcdefghij,k", slots[0], 1, 8, ","), 1u); // cut; the rest ignored
     EXPECT_STREQ(slots[0], "abcdefg");
     EXPECT_EQ(uStrListMatchKey("red, green ,blue", "green", ",", 1), 0); // exact: blanks count
+    EXPECT_EQ(uStrListMatchKey(nullptr, "green", ",", 0), 0);
+    UStrKeyValue *pair = uStrKeyValueParse("k=v", "="); // a one-letter key is a key
+    ASSERT_NE(pair, nullptr);
+    EXPECT_EQ(orNull(pair->key) + "/" + orNull(pair->value), "k/v");
+    uStrKeyValueFree(pair);
     EXPECT_EQ(uStrListMatchKey("red, green ,blue", "green", ",", 0), 1);
 }
 
@@ -154,6 +159,7 @@ TEST(StrUtf8, TruncatedEndingsLengthsAndCodePoints) {
     } trims[] = {{"ab\xE4\xB8", 1, "ab"},
                  {"ab\xE4\xB8\xAD", 0, "ab\xE4\xB8\xAD"},
                  {"a\xC3\xA9\xA9", 1, "a\xC3\xA9"},
+                 {"\x80", 1, ""}, // nothing but continuation bytes
                  {"", 0, ""}};
     for (const auto &r : trims) {
         char buffer[16] = {};

@@ -34,6 +34,8 @@ std::string parsed(const std::string &url) {
         out += "|" + part(text);
     }
     char text[256];
+    EXPECT_EQ(-1, uStrUrlParaToStr(nullptr, text, sizeof(text)) +
+                      uStrUrlParaToStr(rec, nullptr, 8) + 1);
     EXPECT_EQ(0, uStrUrlParaToStr(rec, text, sizeof(text)));
     uStrUrlParaFree(rec);
     return url == text ? out : out + " => " + text;
