@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Every line the core families log, exactly: applications watch for these texts.
-#include "check_table.hpp"
+#include "call_table.hpp"
 #include "fail_alloc.hpp"
 
 #include <ulist.h>
@@ -24,7 +24,7 @@ void withNode(void (*use)(uList *)) {
 
 TEST(LogCatalogue, CoreMessages) {
     const std::string uid = "basalt.utils.uidManager: ";
-    pu::test::expectAll({
+    pu::test::checkRows({
         {"registered", logged([] { uIdRegisterUniqueIdModule("cat", 0, 1); }),
          "0 " + uid +
              "uIdRegisterUniqueIdModule: module=[cat] with max id=[1] register to uniqueIdModule!"},

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Every line the status store logs, exactly: applications watch for these texts. Some show only
 // before the first status is set, so the table runs in a fresh process, in order.
-#include "check_table.hpp"
+#include "call_table.hpp"
 
 #include <ustatus.h>
 
@@ -27,7 +27,7 @@ TEST(LogCatalogue, StatusMessagesFromAFreshStore) {
     const std::string status = "0 basalt.utils.status: ";
     EXPECT_EXIT(
         {
-            pu::test::expectAll({
+            pu::test::checkRows({
                 {"before any set", get("never"),
                  "-1 " + status + "The status [never] is not set yet."},
                 {"null", get(nullptr), "-1 " + status + "The status [(null)] is not set yet."},

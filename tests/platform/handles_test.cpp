@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Semaphores and message queues: ownership, merging, order, bounds, wake-ups, ticks, dead
 // handles, and handles created, used and deleted from many threads at once.
-#include "check_table.hpp"
+#include "call_table.hpp"
 #include "platform_test_util.hpp"
 #include "test_support.hpp"
 
@@ -19,7 +19,7 @@
 
 namespace {
 
-using pu::test::expectAll;
+using pu::test::checkRows;
 using pu::test::fanOut;
 using pu::test::startBlocked;
 
@@ -40,7 +40,7 @@ std::string receive(MSG_Q_ID id, uint32_t size = 64, int timeout = NO_WAIT) {
 TEST(Semaphore, MutexIsRecursiveForItsOwnerOnlyAndBinaryKeepsOneGive) {
     const SEM_ID m = semMCreate(0), b = semBCreate(0, SEM_EMPTY), f = semBCreate(0, SEM_FULL);
     const auto otherTake = [m] { return other([m] { return semTake(m, NO_WAIT); }); };
-    expectAll({
+    checkRows({
         {"give a mutex nobody holds", semGive(m), -1},
         {"take", semTake(m, NO_WAIT), 0},
         {"take again", semTake(m, NO_WAIT), 0},
@@ -87,7 +87,7 @@ TEST(Blocking, GivesSendsReceivesAndDeletesEndTheWait) {
     auto dqReceive = startBlocked([&] { return msgQReceive(dq, buffer, 4, WAIT_FOREVER); });
     auto fullSend = startBlocked([full] { return send(full, "y", WAIT_FOREVER); });
     auto dfullSend = startBlocked([dfull] { return send(dfull, "y", WAIT_FOREVER); });
-    expectAll({
+    checkRows({
         {"a give wakes the binary taker", (semGive(b), bTake.get()), 0},
         {"which consumed the give", semTake(b, NO_WAIT), -1},
         {"a give hands the mutex to its waiter", (semGive(m), mTake.get()), 0},
@@ -120,18 +120,18 @@ TEST(Handles, ZeroForgedDeletedAndOtherKindsFailAtOnce) {
     char buffer[4];
     for (uint32_t id : {0u, 0xFFFFFFFFu, 0xFFF00000u, 0x000FFFFFu, deadM, deadB, queue}) {
         SCOPED_TRACE(id);
-        expectAll({{"take", semTake(id, WAIT_FOREVER), -1},
+        checkRows({{"take", semTake(id, WAIT_FOREVER), -1},
                    {"give", semGive(id), -1},
                    {"delete", semDelete(id), -1}});
     }
     for (uint32_t id : {0u, 0xFFFFFFFFu, 0x000FFFFFu, deadQ, sem}) {
         SCOPED_TRACE(id);
-        expectAll({{"send", send(id, "x", WAIT_FOREVER), -1},
+        checkRows({{"send", send(id, "x", WAIT_FOREVER), -1},
                    {"receive", msgQReceive(id, buffer, 4, WAIT_FOREVER), -1},
                    {"count", msgQNumMsgs(id), -1},
                    {"delete", msgQDelete(id), -1}});
     }
-    expectAll({{"the queue is untouched", msgQNumMsgs(queue), 0},
+    checkRows({{"the queue is untouched", msgQNumMsgs(queue), 0},
                {"the semaphore too", semTake(sem, NO_WAIT), 0}});
     semDelete(sem);
     msgQDelete(queue);
@@ -202,7 +202,7 @@ TEST(MsgQ, OrderUrgencyAndBounds) {
         EXPECT_EQ(msgQDelete(id), 0);
     }
     const MSG_Q_ID id = msgQCreate(4, 4, 0);
-    expectAll({
+    checkRows({
         {"no queues of 0 messages", msgQCreate(0, 8, 0), 0},
         {"or of 0 bytes", msgQCreate(4, 0, 0), 0},
         {"or negative sizes", msgQCreate(-1, 8, 0) + msgQCreate(4, -8, 0), 0},

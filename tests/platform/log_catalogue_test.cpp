@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Every line the platform layer logs, exactly: applications watch for these texts.
-#include "check_table.hpp"
+#include "call_table.hpp"
 
 #include <platform_os.h>
 
@@ -16,7 +16,7 @@ TEST(LogCatalogue, PlatformMessages) {
     int app = 0;
     const auto line = [](const std::string &text) { return "0 platform.os: osaSm" + text; };
     const std::string registered = logged([&] { app = osaSmRegisterApp("cat", [] {}); });
-    pu::test::expectAll({
+    pu::test::checkRows({
         {"register", registered,
          line("RegisterApp: app " + std::to_string(app) + " \"cat\" registered")},
         {"active", logged([&] { osaSmAddActiveApp(app, 2); }),

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The platform logger: the level read from the environment and set at run time, the line format
 // and its newline, long lines, sinks and the syslog sink, writers on many threads.
-#include "check_table.hpp"
+#include "call_table.hpp"
 #include "test_support.hpp"
 
 #include <platform_os.h>
@@ -54,7 +54,7 @@ extern "C" __attribute__((visibility("default"))) void __syslog_chk(int priority
 
 namespace {
 
-using pu::test::expectAll;
+using pu::test::checkRows;
 using Lines = std::vector<std::string>;
 
 void collect(void *context, int level, const char *module, const char *message) {
@@ -187,7 +187,7 @@ TEST_F(Logger, CaptureSeesEveryLineAndKeepsStderrToTheLevelItReplaced) {
         platformSimSetLogSink(collect, &first, quiet);
         platformSimSetLogSink(collect, &second, quiet); // keeps the level the first replaced
         CaptureStderr();
-        expectAll({
+        checkRows({
             {"a debug line is handed over", basaltPrintLog(PLATFORM_LOG_DEBUG, "m", "debug"), 11},
             {"an error too", basaltPrintLog(PLATFORM_LOG_ERROR, "m", "error\n"), 11},
             {"stderr by the level unless quiet", GetCapturedStderr(), quiet ? "" : "3 m: error\n"},

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The power manager's records and heartbeats, spawned tasks, thread pools, the clocks, the
 // time-zone offset and numeric addresses.
-#include "check_table.hpp"
+#include "call_table.hpp"
 #include "test_support.hpp"
 
 #include <platform_os.h>
@@ -25,7 +25,7 @@
 
 namespace {
 
-using pu::test::expectAll;
+using pu::test::checkRows;
 
 // Leaves the process in real mode whatever the test did.
 class Sim : public ::testing::Test {
@@ -56,7 +56,7 @@ std::string state(int app) {
 TEST_F(Sim, RegistrationAndWhatThePowerManagerRecords) {
     const int first = osaSmRegisterApp("records", [] {}),
               app = osaSmRegisterApp("records 2", [] {});
-    expectAll({
+    checkRows({
         {"no heartbeat", osaSmRegisterApp("no heartbeat", nullptr), -1},
         {"handles from 1", first >= 1, true},
         {"rising", app > first, true},
@@ -75,7 +75,7 @@ TEST_F(Sim, RegistrationAndWhatThePowerManagerRecords) {
     for (int bad : {0, -1, 100000}) {
         SCOPED_TRACE(bad);
         PLATFORM_SM_APP_STATE untouched{7, 7, 7, 7, 7};
-        expectAll({
+        checkRows({
             {"arm", osaSmAddWakeUpTimer(bad, 10), -1},
             {"cancel", osaSmDelWakeUpTimer(bad), -1},
             {"active", osaSmAddActiveApp(bad, 1), -1},
@@ -131,7 +131,7 @@ TEST_F(Sim, ManualHeartbeatRunsInOrderAndWaitsForThePassAndThePools) {
         gEvents.clear();
         return out;
     };
-    expectAll({
+    checkRows({
         {"observer", osaSmSetPassObserver(app, begin, wait), 0},
         {"only in pairs", osaSmSetPassObserver(app, begin, nullptr), -1},
         {"only in pairs", osaSmSetPassObserver(app, nullptr, wait), -1},
@@ -184,7 +184,7 @@ std::string spawn(const char *name, int stackSize) {
 }
 
 TEST(TaskSpawn, RunsTheEntryWithItsArgumentsOnANamedThreadWithEnoughStack) {
-    expectAll({
+    checkRows({
         {"named", spawn("tMonitor", 2048), "tMonitor 0 1 -2 1"},
         {"cut to 15", spawn("aVeryLongTaskNameIndeed", 1024), "aVeryLongTaskNa 0 1 -2 1"},
         {"negative stack", spawn("tNegative", -5), "tNegative 0 1 -2 1"},
@@ -200,7 +200,7 @@ struct SequencedCall {
 TEST(ThreadPool, RefusesBadArgumentsAndKeepsEachIdInOrder) {
     const THR_POOL_ID pool = taskThrPoolCreate(4), sem = semBCreate(0, SEM_FULL);
     const auto fn = [](void *) {};
-    expectAll({
+    checkRows({
         {"no threads", taskThrPoolCreate(0) + taskThrPoolCreate(-1), 0},
         {"null fn", taskThrPoolAddTask(pool, nullptr, nullptr, -1), -1},
         {"pool 0", taskThrPoolAddTask(0, fn, nullptr, -1), -1},
@@ -316,7 +316,7 @@ TEST_F(Sim, TheClockRealAndSimulated) {
     const long long before = bootTimeUs();
     osaGetSysUpTime(&s, &us);
     const long long real = s * 1'000'000LL + us;
-    expectAll({
+    checkRows({
         {"real mode follows the boot clock", before <= real && real <= bootTimeUs(), true},
         {"null pointers", osaGetSysUpTime(nullptr, nullptr), 0},
         {"manual", (platformSimSetManual(1), platformSimIsManual()), 1},
@@ -351,7 +351,7 @@ TEST_F(Sim, TimeZoneFollowsTheCLibraryUnlessOverridden) {
         setenv("TZ", tz, 1);
         return osaTimeZoneOffsetGet();
     };
-    expectAll({
+    checkRows({
         {"UTC", zone("UTC0"), 0},
         {"west is negative", zone("EST5"), -5 * 3600},
         {"half hours", zone("IST-5:30"), 5 * 3600 + 30 * 60},
@@ -369,7 +369,7 @@ TEST_F(Sim, TimeZoneFollowsTheCLibraryUnlessOverridden) {
 TEST(TimeBase, RecordsEveryUpdateAndItsLastArguments) {
     const uint32_t before = platformSimTimeBaseUpdates(nullptr, nullptr, nullptr);
     uint32_t a[3] = {}, b[3] = {};
-    expectAll({
+    checkRows({
         {"update", osaUpdateSysTimeBase(10, 20, 30), 0},
         {"update", osaUpdateSysTimeBase(1000, 999'999, 1500), 0},
         {"count", platformSimTimeBaseUpdates(&a[0], &a[1], &a[2]) - before, 2},

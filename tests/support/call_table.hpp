@@ -14,11 +14,6 @@
 
 namespace pu::test {
 
-// Rows are evaluated in order, so a row may depend on the state the rows before it left.
-struct Row {
-    const char *call;
-    std::string got, want;
-};
 inline std::string shown(const std::string &text) {
     return text;
 }
@@ -29,13 +24,35 @@ template <typename T>
 requires std::is_integral_v<T> std::string shown(T value) {
     return std::to_string(value);
 }
+
+// Rows are evaluated in order, so a row may depend on the state the rows before it left. A row
+// is written {"label", got, want} or, through PU_ROW, with the call itself as its label.
+struct Row {
+    template <typename Got, typename Want>
+    Row(const char *label, const Got &got, const Want &want)
+        : call(label), got(shown(got)), want(shown(want)) {}
+    const char *call;
+    std::string got, want;
+};
 inline void checkRows(std::initializer_list<Row> rows) {
     for (const Row &row : rows) {
         EXPECT_EQ(row.got, row.want) << row.call;
     }
 }
 #define PU_ROW(call, want)                                                                         \
-    { #call, ::pu::test::shown(call), ::pu::test::shown(want) }
+    { #call, (call), (want) }
+
+// The lines call logs, each as "<level> <module>: <message>", one per row; "" for none.
+inline std::string logged(const std::function<void()> &call) {
+    LogCapture capture;
+    call();
+    std::string out;
+    for (const LogLine &line : capture.lines()) {
+        out += (out.empty() ? "" : "\n") + std::to_string(line.level) + " " + line.module + ": " +
+               line.message;
+    }
+    return out;
+}
 
 // A log catalogue row: running the call logs this exact line (other lines may come with it).
 struct LogRow {
