@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The timer list: a delta list of pool records under the timer mutex. Adding, deleting,
-// refreshing and querying timers, arming the device wake-up, and expiring the head.
+// The live timers: pool records indexed by expiry and by id under the timer mutex. Adding,
+// deleting, refreshing and querying timers, arming the device wake-up, and expiring the earliest.
 #include "core/lazy.hpp"
 #include "core/checked_size.hpp"
 #include "time/timer_service.hpp"
@@ -8,12 +8,10 @@
 #include <uasync.h>
 #include <umem.h>
 
-#include "core/list_internal.hpp"
 #include "core/log_modules.hpp"
 #include "core/sem_lock.hpp"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 
 namespace pu::timer {
@@ -27,7 +25,7 @@ namespace {
 using pu::core::SemGuard;
 
 // Ordering and remaining times use only the low 32 bits of delays, taken as signed; delays are
-// meant to stay below 2^31 ms. Arithmetic is done unsigned so it wraps instead of overflowing.
+// meant to stay below 2^31 ms.
 std::uint32_t low32(std::int64_t value) {
     return static_cast<std::uint32_t>(value);
 }
@@ -36,51 +34,9 @@ std::int32_t asSigned(std::uint32_t value) {
     return static_cast<std::int32_t>(value);
 }
 
-TimerNode *recordOf(const uListNode *node) {
-    return static_cast<TimerNode *>(node->data);
-}
-
-// The timer list has no lock of its own; every walk below runs under the timer mutex, so the
-// chain is read directly instead of position by position.
-uListNode *firstNode(const Service &s) {
-    return s.timers != nullptr ? s.timers->head : nullptr;
-}
-
-struct Position {
-    std::int32_t index = -1;
-    uListNode *node = nullptr;
-    uListNode *prev = nullptr; // null for the head
-};
-
-// Caller holds the timer mutex. The live entry with this id, or index -1.
-Position findTimer(const Service &s, std::uint32_t id) {
-    std::int32_t index = 0;
-    uListNode *prev = nullptr;
-    for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
-        if (recordOf(node)->id == id) {
-            return {index, node, prev};
-        }
-        ++index;
-    }
-    return {};
-}
-
-struct FirstWakeup {
-    std::int32_t index = -1;
-    std::int64_t dueMs = 0; // from the last pass
-};
-
-// Caller holds the timer mutex. The earliest wake-up timer, or index -1 when there is none.
-FirstWakeup earliestWakeup(const Service &s) {
-    std::int64_t sum = 0;
-    std::int32_t index = 0;
-    for (uListNode *node = firstNode(s); node != nullptr; node = node->next, ++index) {
-        sum += recordOf(node)->delta;
-        if (recordOf(node)->wakeup != 0) {
-            return {index, sum};
-        }
-    }
-    return {};
+// Caller holds the timer mutex. Milliseconds from the last pass to the record's expiry.
+std::int64_t dueOf(const Service &s, const TimerNode *record) {
+    return record->expiry - s.now;
 }
 
 void armWakeUp(void *cell) {
@@ -103,60 +59,32 @@ void armWakeUpLater(std::int32_t delayMs) {
     uAsyncCall(armWakeUp, cell);
 }
 
-// Caller holds the timer mutex. Links record into the list by its delay, before every entry
-// that expires at the same time or later: among equal expiries the newest fires first, on
-// purpose. Arms the device wake-up when record becomes the earliest wake-up timer. Returns the
-// list size after the insertion, or -1 (the list is then unchanged).
-std::int32_t insertTimer(Service &s, TimerNode *record) {
-    const std::int32_t delay = asSigned(low32(record->delta));
-    std::uint32_t sum = 0; // expiry of the entry before the current one
-    std::int32_t firstWake = -1;
-    std::int32_t index = 0;
-    uListNode *prev = nullptr;
-    TimerNode *successor = nullptr;
-    for (uListNode *node = firstNode(s); node != nullptr; prev = node, node = node->next) {
-        TimerNode *entry = recordOf(node);
-        if (firstWake == -1 && entry->wakeup != 0) {
-            firstWake = index;
+// Caller holds the timer mutex. Queues record to expire delayMs after the last pass, before
+// every timer that expires at the same time or later: among equal expiries the newest fires
+// first, on purpose. Ordering uses only the low 32 bits of the delay, taken as signed; delays
+// are meant to stay below 2^31 ms. Arms the device wake-up when record becomes the earliest
+// wake-up timer.
+void insertTimer(Service &s, TimerNode *record, std::int64_t delayMs) {
+    const std::int32_t delay = asSigned(low32(delayMs));
+    record->expiry = s.now + delay;
+    record->order = s.nextOrder++;
+    s.queue.push(record);
+    s.byId.insert(record);
+    if (record->wakeup != 0) {
+        s.wakeQueue.push(record);
+        if (s.wakeQueue.top() == record) {
+            armWakeUpLater(delay);
         }
-        const std::uint32_t expiry = sum + low32(entry->delta);
-        if (delay <= asSigned(expiry)) {
-            successor = entry;
-            break;
-        }
-        sum = expiry;
-        ++index;
     }
-    record->delta = asSigned(static_cast<std::uint32_t>(delay) - sum);
-    if (successor != nullptr) {
-        successor->delta -= record->delta;
-    }
-    // Linked right behind the node the walk stopped after, so the list is walked once.
-    const std::int32_t size = pu::core::listInsertAfter(s.timers, prev, record);
-    if (size < 0) {
-        if (successor != nullptr) {
-            successor->delta += record->delta;
-        }
-        return size;
-    }
-    const bool appended = successor == nullptr;
-    if (record->wakeup != 0 && (firstWake == -1 || (!appended && firstWake >= index))) {
-        armWakeUpLater(delay);
-    }
-    return size;
 }
 
-// Caller holds the timer mutex. Unlinks the entry at at, handing its delay on to its successor
-// so the later timers keep their expiry, and returns its record to the pool.
-void removeTimer(Service &s, const Position &at) {
-    TimerNode *record = recordOf(at.node);
-    if (at.node->next != nullptr) {
-        record->callback = nullptr;
-        record->id = 0;
-        recordOf(at.node->next)->delta += record->delta;
+// Caller holds the timer mutex. Takes record out of the indexes; the pool block stays taken.
+void unlinkTimer(Service &s, TimerNode *record) {
+    s.queue.remove(record);
+    s.byId.erase(record);
+    if (record->wakeup != 0) {
+        s.wakeQueue.remove(record);
     }
-    pu::core::listRemoveAfter(s.timers, at.prev);
-    uBmFree(record);
 }
 
 uBm *poolOf(Service &s) {
@@ -193,16 +121,18 @@ void startService(std::int32_t count, bool explicitCall) {
     s.powerHandle.store(osaSmRegisterApp("utils timer", uTimerHeartBeat),
                         std::memory_order_relaxed);
     s.mutex = semMCreate(0);
-    s.timers = uListInit(0);
     s.heartbeats.store(uListInit(1), std::memory_order_release);
 
     // U_BM_HEAP_SIZE's product, checked: a huge count on a 32-bit build must not wrap.
     void *memory = pu::core::allocate(pu::core::checkedMul(
         static_cast<std::size_t>(blocks), sizeof(TimerNode) + U_BM_BLOCK_OVERHEAD));
-    if (memory != nullptr) {
+    const auto records = static_cast<std::size_t>(blocks);
+    if (memory != nullptr && s.queue.reserve(records) && s.wakeQueue.reserve(records) &&
+        s.byId.reserve(records)) {
         uBmInitHeap(&s.pool, static_cast<std::uint32_t>(blocks), sizeof(TimerNode), memory);
         s.hasPool = true;
     } else {
+        uFree(memory);
         // The service runs on without a pool: every add fails.
         pu::log::error(pu::log::kTimer, "Malloc timer pool failed.");
     }
@@ -223,46 +153,30 @@ void runTimers(std::int32_t elapsedMs, std::vector<TimerNode *> &batch) {
     Service &s = service();
     batch.clear();
     bool wakeupExpired = false;
-    FirstWakeup next;
+    const TimerNode *nextWakeup = nullptr;
+    std::int64_t nextWakeupDue = 0;
     {
         SemGuard guard(s.mutex);
-        std::int64_t rest = elapsedMs;
-        while (uListNode *head = firstNode(s)) {
-            TimerNode *record = recordOf(head);
-            const std::int64_t left = record->delta - rest;
-            if (left >= 1) {
-                record->delta = left;
+        s.now += elapsedMs;
+        while (TimerNode *head = s.queue.top()) {
+            if (dueOf(s, head) >= 1) {
                 break;
             }
             try {
-                batch.push_back(record);
+                batch.push_back(head);
             } catch (const std::bad_alloc &) {
-                // Out of memory: what is left expires on the next pass.
-                record->delta = left;
-                break;
+                break; // out of memory: what is left expires on the next pass
             }
-            pu::core::listRemoveAfter(s.timers, nullptr);
-            rest -= record->delta;
-            wakeupExpired = wakeupExpired || record->wakeup != 0;
+            unlinkTimer(s, head);
+            wakeupExpired = wakeupExpired || head->wakeup != 0;
         }
-        // Dead records are unlinked when they die; should one ever stay linked at the head, it
-        // is dropped here and its delay handed on.
-        std::int64_t deadDelay = 0;
-        while (uListNode *head = firstNode(s)) {
-            if (recordOf(head)->id != 0) {
-                recordOf(head)->delta += deadDelay;
-                break;
-            }
-            deadDelay += recordOf(head)->delta;
-            uBmFree(pu::core::listRemoveAfter(s.timers, nullptr));
-        }
-        if (wakeupExpired) {
-            next = earliestWakeup(s);
+        if (wakeupExpired && (nextWakeup = s.wakeQueue.top()) != nullptr) {
+            nextWakeupDue = dueOf(s, nextWakeup);
         }
     }
     const int handle = s.powerHandle.load(std::memory_order_relaxed);
-    if (next.index >= 0 && next.dueMs >= 1) {
-        osaSmAddWakeUpTimer(handle, low32(next.dueMs));
+    if (nextWakeup != nullptr && nextWakeupDue >= 1) {
+        osaSmAddWakeUpTimer(handle, low32(nextWakeupDue));
     }
     // The power manager counts the application active only while a wake-up timer's callback is
     // being queued, not while it runs; intended.
@@ -304,14 +218,11 @@ uint32_t uTimerAddWithOptions(uTimerCallback callback, void *arg, int64_t delayM
         SemGuard guard(s.mutex);
         auto *record = static_cast<TimerNode *>(uBmAlloc(poolOf(s)));
         if (record != nullptr) {
-            *record = TimerNode{delayMs, callback, arg, takeNextId(s), options};
-            if (insertTimer(s, record) < 0) {
-                uBmFree(record);
-                return 0;
-            }
+            *record = TimerNode{0, 0, callback, arg, takeNextId(s), options, 0, 0};
+            insertTimer(s, record, delayMs);
             return record->id;
         }
-        listSize = uListSize(s.timers);
+        listSize = static_cast<std::int32_t>(s.queue.size());
     }
     pu::log::error(pu::log::kTimer, "timer malloc failed! timerListSize=%d\n", listSize);
     return 0;
@@ -342,21 +253,17 @@ void uTimerDel(uint32_t id) {
     std::int64_t dueMs = 0;
     {
         SemGuard guard(s.mutex);
-        const Position at = findTimer(s, id);
-        if (at.index < 0) {
+        TimerNode *record = s.byId.find(id);
+        if (record == nullptr) {
             return;
         }
-        const bool wasWakeup = recordOf(at.node)->wakeup != 0;
-        removeTimer(s, at);
-        if (wasWakeup) {
-            const FirstWakeup next = earliestWakeup(s);
-            if (next.index < 0) {
-                wake = WakeUp::cancel;
-            } else if (next.index >= at.index) {
-                // It lay behind the deleted one, so the deleted one was the earliest.
-                wake = WakeUp::rearm;
-                dueMs = next.dueMs;
-            }
+        const bool wasEarliestWakeup = record->wakeup != 0 && s.wakeQueue.top() == record;
+        unlinkTimer(s, record);
+        uBmFree(record);
+        if (wasEarliestWakeup) {
+            const TimerNode *next = s.wakeQueue.top();
+            wake = next != nullptr ? WakeUp::rearm : WakeUp::cancel;
+            dueMs = next != nullptr ? dueOf(s, next) : 0;
         }
     }
     const int handle = s.powerHandle.load(std::memory_order_relaxed);
@@ -373,8 +280,8 @@ void uTimerRefresh(uint32_t id, int32_t delayMs) {
     }
     Service &s = service();
     SemGuard guard(s.mutex);
-    const Position at = findTimer(s, id);
-    if (at.index < 0) {
+    TimerNode *old = s.byId.find(id);
+    if (old == nullptr) {
         return;
     }
     // The new record is taken before the old one is returned, so a full pool refuses the
@@ -383,13 +290,11 @@ void uTimerRefresh(uint32_t id, int32_t delayMs) {
     if (fresh == nullptr) {
         return;
     }
-    const TimerNode *old = recordOf(at.node);
-    *fresh = TimerNode{delayMs, old->callback, old->arg, old->id, old->wakeup};
-    removeTimer(s, at);
+    *fresh = TimerNode{0, 0, old->callback, old->arg, old->id, old->wakeup, 0, 0};
+    unlinkTimer(s, old);
+    uBmFree(old);
     // A wake-up timer refreshed to a later time leaves the armed device wake-up where it was.
-    if (insertTimer(s, fresh) < 0) {
-        uBmFree(fresh);
-    }
+    insertTimer(s, fresh, delayMs);
 }
 
 void uTimerRefreshSec(uint32_t id, uint32_t seconds) {
@@ -402,14 +307,8 @@ uint32_t uTimerRemainGet(uint32_t id) {
     }
     Service &s = service();
     SemGuard guard(s.mutex);
-    std::uint32_t sum = 0;
-    for (uListNode *node = firstNode(s); node != nullptr; node = node->next) {
-        sum += low32(recordOf(node)->delta);
-        if (recordOf(node)->id == id) {
-            return sum;
-        }
-    }
-    return 0;
+    const TimerNode *record = s.byId.find(id);
+    return record != nullptr ? low32(dueOf(s, record)) : 0;
 }
 
 void uTimerShow(void) {
@@ -419,11 +318,17 @@ void uTimerShow(void) {
     }
     Service &s = service();
     SemGuard guard(s.mutex);
-    std::int64_t sum = 0;
-    for (uListNode *node = firstNode(s); node != nullptr; node = node->next) {
-        sum += recordOf(node)->delta;
-        pu::log::info(pu::log::kTimer, "id=[%d] expires=[%d]", static_cast<int>(recordOf(node)->id),
-                      static_cast<int>(sum));
+    std::vector<const TimerNode *> timers;
+    try {
+        timers.assign(s.queue.begin(), s.queue.end());
+    } catch (const std::bad_alloc &) {
+        pu::log::error(pu::log::kTimer, "%s: out of memory", "uTimerShow");
+        return;
+    }
+    std::sort(timers.begin(), timers.end(), firesBefore);
+    for (const TimerNode *record : timers) {
+        pu::log::info(pu::log::kTimer, "id=[%d] expires=[%d]", static_cast<int>(record->id),
+                      static_cast<int>(dueOf(s, record)));
     }
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-// State of the timer service shared by its sources: the timer record, the list and pool under
-// the timer mutex, and the pieces the timer task, the heartbeat and the wall-clock code share.
+// State of the timer service shared by its sources: the timer indexes and pool under the timer
+// mutex, and the pieces the timer task, the heartbeat and the wall-clock code share.
 #pragma once
+
+#include "time/timer_index.hpp"
 
 #include <ulist.h>
 #include <uqueue.h>
@@ -15,19 +17,6 @@
 #include <vector>
 
 namespace pu::timer {
-
-// One pool block per timer. delta is the delay after the expiry of the entry before it (for the
-// head: after the last pass). id 0 marks a dead record.
-struct TimerNode {
-    std::int64_t delta;
-    uTimerCallback callback;
-    void *arg;
-    std::uint32_t id;
-    std::uint32_t wakeup; // options word; non-zero: a wake-up timer
-};
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(TimerNode) == 24, "the timer record is 24 bytes on 32-bit targets");
-#endif
 
 // A timer bound to a calendar time by uTimerEventAdd.
 struct TimerEvent {
@@ -45,8 +34,13 @@ struct Service {
     // Set once everything below that start-up creates exists; read with acquire before use.
     std::atomic<bool> started{false};
 
-    SEM_ID mutex = 0;        // the timer mutex: list, pool, next id, event timers, last resync
-    uList *timers = nullptr; // TimerNode pointers in expiry order; no lock of its own
+    SEM_ID mutex = 0; // the timer mutex: timers, pool, next id, event timers, last resync
+    // The live timers: by expiry, the wake-up ones by expiry, by id.
+    TimerHeap<&TimerNode::heapSlot> queue;
+    TimerHeap<&TimerNode::wakeSlot> wakeQueue;
+    IdIndex byId;
+    std::int64_t now = 0;        // the pass clock: milliseconds all passes have advanced
+    std::uint64_t nextOrder = 0; // insertion sequence of the next timer
     uBm pool{};
     bool hasPool = false;
     std::uint32_t nextId = 1;
