@@ -6,6 +6,8 @@
 //     strcasestr, on short and 4 KiB strings.
 #include <platform_utils.h>
 
+#include "support/times_reporter.hpp"
+
 #include <benchmark/benchmark.h>
 #include <csv.h>
 
@@ -18,10 +20,13 @@
 
 namespace {
 
-// 1 MiB of CSV: plain, empty and quoted fields, quoted ones holding commas, line breaks and
-// doubled quotes; rows end in "\r\n" or "\n".
-const std::string &csvText() {
-    static const std::string text = [] {
+// 1 MiB of CSV; rows end in "\r\n" or "\n". Arg(0): plain, empty and quoted fields, quoted
+// ones holding commas, line breaks and doubled quotes; Arg(1): plain fields only; Arg(2): mostly
+// quoted fields with doubled quotes and line breaks inside.
+const std::string &csvText(std::int64_t mix) {
+    static std::string texts[3];
+    std::string &text = texts[mix];
+    if (text.empty()) {
         std::mt19937 random(7);
         const char *plain[] = {"alpha", "12345", "2024-05-01", "x", "some longer plain text"};
         const char *quoted[] = {"\"a, b and c\"", "\"line one\nline two\"", "\"say \"\"hi\"\"\"",
@@ -30,7 +35,8 @@ const std::string &csvText() {
         while (out.size() < (1u << 20)) {
             const int fields = 4 + static_cast<int>(random() % 6);
             for (int f = 0; f < fields; ++f) {
-                const unsigned kind = random() % 10;
+                const unsigned pick = random() % 10;
+                const unsigned kind = mix == 1 ? 0 : mix == 2 ? (pick < 8 ? 5 : 0) : pick;
                 if (kind < 5) {
                     out += plain[random() % 5];
                 } else if (kind < 8) {
@@ -39,8 +45,8 @@ const std::string &csvText() {
                 out += f + 1 < fields ? "," : (random() % 2 ? "\r\n" : "\n");
             }
         }
-        return out;
-    }();
+        text = out;
+    }
     return text;
 }
 
@@ -59,7 +65,7 @@ void releaseRow(void *userArg, uList *fields) {
 }
 
 void BM_CsvParse_uStrParseCsvData(benchmark::State &state) {
-    const std::string &text = csvText();
+    const std::string &text = csvText(state.range(0));
     RowCount count;
     for (auto _ : state) {
         count = {};
@@ -69,7 +75,7 @@ void BM_CsvParse_uStrParseCsvData(benchmark::State &state) {
     state.counters["fields"] = static_cast<double>(count.fields);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
-BENCHMARK(BM_CsvParse_uStrParseCsvData)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CsvParse_uStrParseCsvData)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
 
 // The libcsv side does the same work: an owned copy of every field, released per row.
 struct LibcsvRow {
@@ -96,7 +102,7 @@ void libcsvRowEnd(int, void *userArg) {
 }
 
 void BM_CsvParse_libcsv(benchmark::State &state) {
-    const std::string &text = csvText();
+    const std::string &text = csvText(state.range(0));
     LibcsvRow row;
     for (auto _ : state) {
         row.count = {};
@@ -110,7 +116,7 @@ void BM_CsvParse_libcsv(benchmark::State &state) {
     state.counters["fields"] = static_cast<double>(row.count.fields);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
-BENCHMARK(BM_CsvParse_libcsv)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CsvParse_libcsv)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
 
 // ---- Bounded copies and searches: Arg(0) short strings, Arg(1) 4 KiB ------------------------
 
@@ -191,3 +197,26 @@ void BM_CaseStr_strcasestr(benchmark::State &state) {
 BENCHMARK(BM_CaseStr_strcasestr)->Arg(0)->Arg(1);
 
 } // namespace
+
+int main(int argc, char **argv) {
+    return pu::bench::runBenchmarks(argc, argv, [](const pu::bench::TimesReporter &times) {
+        pu::bench::printRatios(
+            times, "time relative to the reference (our time / reference time):",
+            {
+                {"uStrParseCsvData 1 MiB mixed vs libcsv", "BM_CsvParse_uStrParseCsvData/0",
+                 "BM_CsvParse_libcsv/0"},
+                {"uStrParseCsvData 1 MiB plain vs libcsv", "BM_CsvParse_uStrParseCsvData/1",
+                 "BM_CsvParse_libcsv/1"},
+                {"uStrParseCsvData 1 MiB mostly quoted vs libcsv", "BM_CsvParse_uStrParseCsvData/2",
+                 "BM_CsvParse_libcsv/2"},
+                {"uStrSafeCopy short vs snprintf", "BM_Copy_uStrSafeCopy/0", "BM_Copy_snprintf/0"},
+                {"uStrSafeCopy 4 KiB vs snprintf", "BM_Copy_uStrSafeCopy/1", "BM_Copy_snprintf/1"},
+                {"uStrSafeCat short vs strncat", "BM_Cat_uStrSafeCat/0", "BM_Cat_strncat/0"},
+                {"uStrSafeCat 4 KiB vs strncat", "BM_Cat_uStrSafeCat/1", "BM_Cat_strncat/1"},
+                {"uStrCaseStr short vs strcasestr", "BM_CaseStr_uStrCaseStr/0",
+                 "BM_CaseStr_strcasestr/0"},
+                {"uStrCaseStr 4 KiB vs strcasestr", "BM_CaseStr_uStrCaseStr/1",
+                 "BM_CaseStr_strcasestr/1"},
+            });
+    });
+}
