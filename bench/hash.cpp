@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Hash maps and the status store, side by side with GLib's GHashTable and std::unordered_map:
-// insert, look up and remove 100,000 keys (strings of 8 to 24 characters, case-sensitive and
-// case-insensitive, and 32-bit integers). After the runs a table gives each of our times as a
+// insert, look up and remove 1,000 and 100,000 keys (strings of 8 to 24 characters, case-sensitive
+// and case-insensitive, and 32-bit integers). After the runs a table gives each of our times as a
 // ratio to the two references (below 1 means we are faster).
 //
 // The references do what an application would do to get the same service: GHashTable owns a
@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -227,11 +228,18 @@ void removeAll(benchmark::State &state, const Keys &keys, bool folding) {
 }
 
 template <typename Our, typename Glib, typename Std, typename Keys>
-void registerFamily(const std::string &family, const Keys &(*keys)(), bool folding) {
+void registerFamily(const std::string &family, const Keys &(*keys)(), bool folding,
+                    std::size_t count) {
+    // The first count keys, made on first use (the runs of one size share them).
+    auto some = std::make_shared<Keys>();
     auto add = [&](const std::string &op, const std::string &impl, auto body) {
-        benchmark::RegisterBenchmark((family + "/" + op + "/" + impl).c_str(),
-                                     [=](benchmark::State &state) { body(state, keys(), folding); })
-            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((family + "/" + op + "/" + impl).c_str(), [=](benchmark::State
+                                                                                       &state) {
+            if (some->empty()) {
+                some->assign(keys().begin(), keys().begin() + static_cast<long>(count));
+            }
+            body(state, *some, folding);
+        })->Unit(benchmark::kMillisecond);
     };
     add("insert", "ours", insertAll<Our, Keys>);
     add("insert", "ghash", insertAll<Glib, Keys>);
@@ -312,8 +320,12 @@ void printRatios(const pu::bench::TimesReporter &times) {
 } // namespace
 
 int main(int argc, char **argv) {
-    registerFamily<OurStrMap, GlibStrMap, StdStrMap>("str", stringKeys, false);
-    registerFamily<OurStrMap, GlibStrMap, StdStrMap>("str-nocase", stringKeys, true);
-    registerFamily<OurIntMap, GlibIntMap, StdIntMap>("int", intKeys, false);
+    for (const std::size_t count : {std::size_t{1000}, std::size_t{kKeys}}) {
+        const std::string size = count == 1000 ? "1k" : "100k";
+        registerFamily<OurStrMap, GlibStrMap, StdStrMap>("str-" + size, stringKeys, false, count);
+        registerFamily<OurStrMap, GlibStrMap, StdStrMap>("str-nocase-" + size, stringKeys, true,
+                                                         count);
+        registerFamily<OurIntMap, GlibIntMap, StdIntMap>("int-" + size, intKeys, false, count);
+    }
     return pu::bench::runBenchmarks(argc, argv, printRatios);
 }
