@@ -19,10 +19,7 @@ extern "C" __attribute__((visibility("default"))) time_t time(time_t *out) {
     const std::time_t fake = fakeWallClock.load();
     const std::time_t now =
         fake != 0 ? fake : std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    if (out != nullptr) {
-        *out = now;
-    }
-    return now;
+    return out != nullptr ? (*out = now) : now;
 }
 
 namespace pu::test {
@@ -120,9 +117,7 @@ void TimerTest::run(const std::vector<Step> &steps) {
     for (std::size_t i = 0; i < steps.size(); ++i) {
         const Step &step = steps[i];
         SCOPED_TRACE("step " + std::to_string(i + 1));
-        if (step.act) {
-            step.act();
-        }
+        step.act();
         pass(step.until != 0 ? (step.until - now()) * 1000 - nowMs_ % 1000 : step.ms);
         std::vector<Fired> got = takeFired();
         if (std::all_of(step.fired.begin(), step.fired.end(),

@@ -83,7 +83,7 @@ struct Step {
     std::int64_t ms = 0;
     std::time_t until = 0;
     std::vector<Fired> fired;
-    std::function<void()> act = nullptr;
+    std::function<void()> act = [] {};
 };
 
 // Gtest fixture: starts the service, clears the recorder, and runs scenarios with the wall clock
@@ -91,7 +91,7 @@ struct Step {
 class TimerTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        handle_ = timerPowerHandle();
+        timerPowerHandle();
         takeFired();
     }
     void TearDown() override { setWallClock(0); }
@@ -103,7 +103,6 @@ class TimerTest : public ::testing::Test {
     void pass(std::int64_t ms);
     void run(const std::vector<Step> &steps);
 
-    int handle_ = -1;
     std::time_t now_ = 0;
     std::int64_t nowMs_ = 0;
 };

@@ -158,6 +158,7 @@ TEST_F(TimerTest, ExhaustedPoolRefusesAddsAndRecovers) {
 
 TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
     Timers t;
+    const int handle = timerPowerHandle();
     auto w = [&](int slot, std::int64_t ms, std::uint32_t opt = 1) {
         return [=, &t] { id[slot] = t.add(ms, static_cast<std::uintptr_t>(slot), opt); };
     };
@@ -185,13 +186,13 @@ TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
     };
     for (const auto &r : rows) {
         platformSimWaitPoolsIdle();
-        const std::uint32_t arms = platformSimWakeUpArmCount(handle_);
-        const std::uint32_t cancels = platformSimWakeUpCancelCount(handle_);
+        const std::uint32_t arms = platformSimWakeUpArmCount(handle);
+        const std::uint32_t cancels = platformSimWakeUpCancelCount(handle);
         r.act();
         platformSimWaitPoolsIdle(); // arming runs on the pool
-        EXPECT_EQ(platformSimWakeUpArmCount(handle_) - arms, r.arms) << r.what;
-        EXPECT_EQ(platformSimWakeUpCancelCount(handle_) - cancels, r.cancels) << r.what;
-        EXPECT_EQ(platformSimWakeUpDelay(handle_), r.delay) << r.what;
+        EXPECT_EQ(platformSimWakeUpArmCount(handle) - arms, r.arms) << r.what;
+        EXPECT_EQ(platformSimWakeUpCancelCount(handle) - cancels, r.cancels) << r.what;
+        EXPECT_EQ(platformSimWakeUpDelay(handle), r.delay) << r.what;
     }
 }
 
