@@ -111,6 +111,7 @@ TEST(TimePlanCalendar, StringsCompositionAndSteps) {
     check({
         {"spring day is 23 h", 0, next(at(2026, 3, 28), 1), at(2026, 3, 28) + 23 * 3600},
         {"autumn day is 25 h", 0, next(at(2026, 10, 24), 1), at(2026, 10, 24) + 25 * 3600},
+        {"monthly over autumn", 0, next(at(2026, 10, 15), 3), at(2026, 11, 15)},
         {"parsed before the change", at(2026, 3, 29, 1), parse("08:00"), at(2026, 3, 29)},
         {"composed before the change", at(2026, 10, 25, 1), compose("08:00", 1, 0),
          at(2026, 10, 25)},
@@ -145,10 +146,11 @@ TEST(TimePlanCalendar, Periods) {
         {t(24, 2), "22:00", "06:00", 1, t(23, 22), t(24, 6)}, // inside, begun yesterday
         {t(24, 6), "22:00", "06:00", 1, t(24, 22), t(25, 6)}, // at the end: the next
         {t(24, 7), "11-24-22:00", "11-24-06:00", 0, t(24, 22), t(25, 6)},
-        {t(23, 8, 30), "08:00", "09:00", 1, t(23, 8), t(23, 9)},   // open: past start kept
-        {t(23, 9), "08:00", "09:00", 1, t(23, 8), t(23, 9)},       // its last second
-        {t(23, 9, 0, 1), "08:00", "09:00", 2, t(29, 8), t(29, 9)}, // weekly: Sunday
-        {t(23, 9), "08:00", "08:00", 1, t(24, 8), 0},              // equal: no end
+        {t(25, 6), "11-24-22:00", "11-24-06:00", 0, t(24, 22), t(25, 6)}, // its last second
+        {t(23, 8, 30), "08:00", "09:00", 1, t(23, 8), t(23, 9)},          // open: past start kept
+        {t(23, 9), "08:00", "09:00", 1, t(23, 8), t(23, 9)},              // its last second
+        {t(23, 9, 0, 1), "08:00", "09:00", 2, t(29, 8), t(29, 9)},        // weekly: Sunday
+        {t(23, 9), "08:00", "08:00", 1, t(24, 8), 0},                     // equal: no end
         {t(23, 10), "10:00", "", 1, t(23, 10), 0},
         {t(23, 9), "11-23-09:30", "11-23-10:00", 0, t(23, 9, 30), t(23, 10)},
         {t(23, 10), "11-23-08:00", "11-23-09:00", 0, kFails, kFails}, // once plans over

@@ -253,6 +253,7 @@ TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
     t.keep(uTimerEventAdd(record, tag(2), t0 + 600));
     uTimerDel(uTimerEventAdd(record, tag(3), t0 + 900)); // forgotten with its timer
     t.keep(uTimerEventAdd(record, tag(4), t0 + 1));
+    const std::uint32_t oneSecond = t.keep(uTimerEventAdd(record, tag(5), t0 + 2));
     const auto setClock = [&](std::time_t wall, std::uint32_t twoHoursLeft) {
         return [=] {
             setWallClock(wall), checktimeoutCb(30'000);
@@ -261,10 +262,12 @@ TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
     };
     // Wall clock moved by 32 s against 30 s of timer time: within a tenth, nothing moves. Set an
     // hour forward: each timer goes to its calendar time, one already past to 0, one with less
-    // than 1 s left is left alone. Exactly a tenth (33 s against 30 s) counts as setting it.
+    // than 1 s left is left alone (one with 1 s left is moved). Exactly a tenth (33 s against 30 s)
+    // counts as setting it.
     run({{500, 0, {}},
          {0, 0, {}, setClock(t0 + 32, 7'199'500)},
-         {500, 0, {{2}, {4}}, setClock(t0 + 32 + 3600, 3'568'000)},
+         {0, 0, {}, [&] { uTimerRefresh(oneSecond, 1000); }},
+         {500, 0, {{2}, {4}, {5}}, setClock(t0 + 32 + 3600, 3'568'000)},
          {0, 0, {}, [&] { uTimerRefresh(twoHours, 1'000'000); }},
          {0, 0, {}, setClock(t0 + 32 + 3600 + 33, 3'535'000)}});
 }
