@@ -10,24 +10,17 @@
 #include <platform_sim.h>
 #include <platform_utils.h>
 
-#include <gmock/gmock.h>
+#include <gmock/gmock.h> // the event suites match with it too
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdint>
 #include <ctime>
 #include <functional>
-#include <mutex>
-#include <ostream>
-#include <string>
 #include <vector>
 
 namespace pu::test {
 
-// Pool size the suites start the service with.
-inline constexpr std::int32_t kTestPoolBlocks = 1000;
-
-// Starts the service once per process in manual mode and returns its power-manager handle.
+// Starts the service (a pool of 1000 timer records) once per process in manual mode and returns its
+// power-manager handle.
 int timerPowerHandle();
 
 // Advances the simulated up-time by ms, fires one heartbeat and waits for the callbacks it queued.
@@ -40,67 +33,33 @@ inline void *tag(std::uintptr_t value) {
     return reinterpret_cast<void *>(value);
 }
 
-// One callback: its argument and the wall-clock second it ran in.
+// One callback: its tag and the wall-clock second it ran in.
 struct Fired {
     std::uintptr_t tag;
     std::time_t at = 0;
-    bool operator==(const Fired &) const = default;
+    auto operator<=>(const Fired &) const = default; // by tag, then second
 };
 inline void PrintTo(const Fired &f, std::ostream *out) {
     *out << f.tag << "@" << f.at;
 }
 
-// Timer and plan arguments are small tags; the recorder keeps what fired and on which thread.
-class Recorder {
-  public:
-    static Recorder &instance();
-    static void callback(void *arg);
+// The callback of timers and plans: records its tag. takeFired() gives what fired since the last
+// take, by second, then tag (callbacks of one pass run on several pool threads in no fixed order).
+void record(void *arg);
+std::vector<Fired> takeFired();
 
-    void reset();
-    // What fired since the last take, by second, then tag: callbacks of one pass run on several
-    // pool threads in no fixed order.
-    std::vector<Fired> take();
-    std::vector<std::string> threadNames() const;
-
-  private:
-    mutable std::mutex mutex_;
-    std::vector<Fired> fired_;
-    std::vector<std::string> threads_;
-};
-
-// Timers of one test, deleted when it ends (deleting a fired timer does nothing).
-class Timers {
-  public:
-    Timers() = default;
-    Timers(const Timers &) = delete;
-    Timers &operator=(const Timers &) = delete;
+// Timers of one test, deleted when it ends (deleting a fired timer, or 0, does nothing).
+struct Timers {
     ~Timers() { clear(); }
-
     std::uint32_t add(std::int64_t delayMs, std::uintptr_t value, std::uint32_t options = 0) {
-        return keep(uTimerAddWithOptions(Recorder::callback, tag(value), delayMs, options));
+        return keep(uTimerAddWithOptions(record, tag(value), delayMs, options));
     }
-    std::uint32_t keep(std::uint32_t id); // tracks an id added some other way
+    std::uint32_t keep(std::uint32_t id) { // tracks an id added some other way
+        ids.push_back(id);
+        return id;
+    }
     void clear();
-
-  private:
-    std::vector<std::uint32_t> ids_;
-};
-
-// Counts raises of one event, with the data and length of the last one (one counter per event).
-class EventCounter {
-  public:
-    explicit EventCounter(const char *name) : name_(name) { uEventCare(name, onEvent, this); }
-    ~EventCounter() { uEventClear(name_.c_str(), onEvent); }
-    EventCounter(const EventCounter &) = delete;
-    EventCounter &operator=(const EventCounter &) = delete;
-
-    std::atomic<int> count{0};
-    std::atomic<std::uintptr_t> lastData{0};
-    std::atomic<std::uint32_t> lastLength{0};
-
-  private:
-    static void onEvent(const char *name, void *self, void *data, std::uint32_t length);
-    std::string name_;
+    std::vector<std::uint32_t> ids;
 };
 
 // Sets TZ for the process. Only while no pool thread reads the local time.
@@ -121,10 +80,10 @@ uTimePlanInfo planInfo(const char *start, const char *end, std::uint32_t repeatT
 // One step of a scenario: run act, let time pass (ms, or up to the wall-clock second until),
 // then expect what fired during the step. Expected seconds of 0 match any second.
 struct Step {
-    std::function<void()> act;
     std::int64_t ms = 0;
     std::time_t until = 0;
     std::vector<Fired> fired;
+    std::function<void()> act = [] {};
 };
 
 // Gtest fixture: starts the service, clears the recorder, and runs scenarios with the wall clock
@@ -132,8 +91,8 @@ struct Step {
 class TimerTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        handle_ = timerPowerHandle();
-        Recorder::instance().reset();
+        timerPowerHandle();
+        takeFired();
     }
     void TearDown() override { setWallClock(0); }
 
@@ -144,10 +103,6 @@ class TimerTest : public ::testing::Test {
     void pass(std::int64_t ms);
     void run(const std::vector<Step> &steps);
 
-    int handle_ = -1;
-
-  private:
-    void syncWallClock();
     std::time_t now_ = 0;
     std::int64_t nowMs_ = 0;
 };

@@ -1,171 +1,164 @@
 // SPDX-License-Identifier: MIT
 // Timers on the simulated clock: expiry, delays, refresh and delete, callbacks that work on
-// timers, the record pool, wake-up arming, calendar-bound timers and the timer task's measure.
+// timers, the record pool, wake-up arming, calendar-bound timers, and the timer task's measure of
+// elapsed time.
 #include "timer_harness.hpp"
 
 #include <log_capture.hpp>
+#include <test_support.hpp>
+
+#include <random>
+#include <thread>
 
 namespace pu::test {
 namespace {
-
-struct Scenario {
-    const char *name;
-    std::vector<Step> steps;
-};
 
 std::uint32_t id[8];
 std::uint32_t follower = 0;
 void deleteAndRefresh(void *) {
     uTimerDel(id[2]);
     uTimerRefresh(id[3], 500);
-    follower = uTimerAdd(Recorder::callback, tag(9), 50);
-    Recorder::callback(tag(8));
+    follower = uTimerAdd(record, tag(9), 50);
+    record(tag(8));
+}
+auto remain(int slot, std::uint32_t ms) {
+    return [=] { EXPECT_EQ(uTimerRemainGet(id[slot]), ms) << "timer " << slot; };
 }
 
 TEST_F(TimerTest, Scenarios) {
     Timers t;
-    auto remain = [](int slot, std::uint32_t ms) {
-        return [=] { EXPECT_EQ(uTimerRemainGet(id[slot]), ms) << "timer " << slot; };
+    const auto addInDisorder = [&] {
+        id[1] = t.add(300, 1), t.add(100, 2), t.add(200, 3), t.add(200, 4), t.add(0, 5);
+        EXPECT_EQ(t.add(-1, 6), 0U);
+        EXPECT_EQ(t.keep(uTimerAddWithWakeup(record, tag(6), INT64_MIN)), 0U);
     };
-    const Scenario scenarios[] = {
+    const auto refresh = [&] {
+        remain(1, 750)();
+        uTimerRefresh(id[1], 300), uTimerRefresh(id[1], -1), uTimerRefresh(0xFFFFFFF0U, 10);
+        remain(1, 300)(), remain(2, 350)();
+    };
+    const auto deleteTwo = [&] {
+        id[1] = t.add(100, 1), id[2] = t.add(200, 2), id[3] = t.add(300, 3);
+        uTimerDel(id[2]), uTimerDel(id[2]), uTimerDel(0), uTimerDel(id[1]);
+        remain(2, 0)(), remain(3, 300)();
+    };
+    const auto withNull = [&] {
+        id[1] = t.keep(uTimerAdd(nullptr, tag(1), 10)), t.add(10, 2), t.add(20, 3);
+    };
+    const auto meddling = [&] {
+        t.keep(uTimerAdd(deleteAndRefresh, nullptr, 100));
+        id[2] = t.add(200, 2), id[3] = t.add(150, 3);
+    };
+    const struct {
+        const char *name;
+        std::vector<Step> steps;
+    } scenarios[] = {
+        // Even a pass that measured no time serves a delay of 0.
         {"expiry order, refused delays, zero delay",
-         {{[&] {
-               id[0] = t.add(300, 1), t.add(100, 2), t.add(200, 3), t.add(200, 4), t.add(0, 5);
-               EXPECT_EQ(t.add(-1, 6), 0U);
-               EXPECT_EQ(t.keep(uTimerAddWithWakeup(Recorder::callback, tag(6), INT64_MIN)), 0U);
-           },
-           0,
-           0,
-           {{5}}}, // even a pass that measured no time
-          {nullptr, 99, 0, {}},
-          {nullptr, 1, 0, {{2}}},
-          {nullptr, 100, 0, {{3}, {4}}},
-          {remain(0, 100), 100, 0, {{1}}},
-          {remain(0, 0), 0, 0, {}}}},
+         {{0, 0, {{5}}, addInDisorder},
+          {99, 0, {}},
+          {1, 0, {{2}}},
+          {100, 0, {{3}, {4}}},
+          {100, 0, {{1}}, remain(1, 100)},
+          {0, 0, {}, remain(1, 0)}}},
         {"delays use the low 32 bits",
-         {{[&] { id[0] = t.add((std::int64_t{1} << 32) + 5, 1), t.add(10, 2); }, 5, 0, {{1}}},
-          {nullptr, 5, 0, {{2}}}}},
+         {{5, 0, {{1}}, [&] { t.add((std::int64_t{1} << 32) + 5, 1), t.add(10, 2); }},
+          {5, 0, {{2}}}}},
+        // The old expiry passes without a second call.
         {"refresh keeps the id and restarts from the last pass",
-         {{[&] { id[0] = t.add(1000, 1), id[1] = t.add(600, 2); }, 250, 0, {}},
-          {[&] {
-               remain(0, 750)();
-               uTimerRefresh(id[0], 300);
-               uTimerRefresh(id[0], -1);
-               uTimerRefresh(0, 10);
-               uTimerRefresh(0xFFFFFFF0U, 10);
-               remain(0, 300)();
-               remain(1, 350)();
-           },
-           299,
-           0,
-           {}},
-          {nullptr, 1, 0, {{1}}},
-          {nullptr, 1000, 0, {{2}}}}}, // the old expiry passes without a second call
-        {"deleting keeps the later timers on time",
-         {{[&] {
-               id[0] = t.add(100, 1), id[1] = t.add(200, 2), id[2] = t.add(300, 3);
-               uTimerDel(id[1]);
-               uTimerDel(id[1]);
-               uTimerDel(0);
-               uTimerDel(id[0]);
-               remain(1, 0)();
-               remain(2, 300)();
-           },
-           299,
-           0,
-           {}},
-          {nullptr, 1, 0, {{3}}}}},
+         {{250, 0, {}, [&] { id[1] = t.add(1000, 1), id[2] = t.add(600, 2); }},
+          {299, 0, {}, refresh},
+          {1, 0, {{1}}},
+          {1000, 0, {{2}}}}},
+        {"deleting keeps the later timers on time", {{299, 0, {}, deleteTwo}, {1, 0, {{3}}}}},
         {"a null callback expires like any other",
-         {{[&] { id[0] = t.keep(uTimerAdd(nullptr, tag(1), 10)), t.add(10, 2), t.add(20, 3); },
-           10,
-           0,
-           {{2}}},
-          {remain(0, 0), 10, 0, {{3}}}}},
+         {{10, 0, {{2}}, withNull}, {10, 0, {{3}}, remain(1, 0)}}},
         {"callbacks may delete, refresh and add timers",
-         {{[&] {
-               t.keep(uTimerAdd(deleteAndRefresh, nullptr, 100));
-               id[2] = t.add(200, 2), id[3] = t.add(150, 3);
-           },
-           100,
-           0,
-           {{8}}},
-          {[&] { t.keep(follower), remain(2, 0)(), remain(3, 500)(); }, 50, 0, {{9}}},
-          {nullptr, 450, 0, {{3}}}}},
+         {{100, 0, {{8}}, meddling},
+          {50, 0, {{9}}, [&] { t.keep(follower), remain(2, 0)(), remain(3, 500)(); }},
+          {450, 0, {{3}}}}},
     };
-    for (const Scenario &s : scenarios) {
+    for (const auto &s : scenarios) {
         SCOPED_TRACE(s.name);
         run(s.steps);
         t.clear();
     }
-    for (const std::string &name : Recorder::instance().threadNames()) {
-        EXPECT_EQ(name.rfind("tPool", 0), 0U) << name; // a pool worker, never "uTimer"
-    }
 }
 
-TEST_F(TimerTest, SecondsAreMultipliedInThirtyTwoBits) {
+// Seconds are multiplied by 1000 in 32 bits: 2,147,484 s wraps negative and is refused, 4,294,968
+// s wraps to 704 ms. A calendar-bound timer refuses (and logs) what would wrap either way.
+TEST_F(TimerTest, SecondsAndCalendarTimesInThirtyTwoBits) {
     Timers t;
-    // 2,147,483 s is the largest count whose product stays below 2^31; 4,294,968 s wraps to
-    // 704 ms; 2,147,484 s wraps negative and is refused.
+    constexpr std::uint32_t kNow = 1'700'000'000;
+    setWallClock(kNow);
     const struct {
-        std::uint32_t seconds;
-        std::uint32_t remain;
-    } rows[] = {{3, 3000}, {2147483, 2147483000U}, {2147484, 0}, {4294968, 704}};
+        std::int64_t seconds;
+        std::uint32_t bySeconds, byCalendar;
+        bool outOfRange;
+    } rows[] = {{3, 3000, 3000, false},
+                {2'147'483, 2'147'483'000U, 2'147'483'000U, false},
+                {2'147'484, 0, 0, true},
+                {4'294'968, 704, 0, true},
+                {-1, 0, 0, false},
+                {-2'147'483, 0, 0, false},
+                {-3'000'000, 1'294'967'296U, 0, true}}; // -3e9 + 2^32
     const std::uint32_t refreshed = t.add(100, 1);
     for (const auto &r : rows) {
         SCOPED_TRACE(r.seconds);
-        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSec(Recorder::callback, tag(1), r.seconds))),
-                  r.remain);
-        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSecWithWakeup(nullptr, nullptr, r.seconds))),
-                  r.remain);
+        const auto s = static_cast<std::uint32_t>(r.seconds);
+        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSec(record, tag(1), s))), r.bySeconds);
+        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSecWithWakeup(nullptr, nullptr, s))),
+                  r.bySeconds);
         const std::uint32_t before = uTimerRemainGet(refreshed);
-        uTimerRefreshSec(refreshed, r.seconds);
-        EXPECT_EQ(uTimerRemainGet(refreshed), r.remain != 0 ? r.remain : before);
+        uTimerRefreshSec(refreshed, s);
+        EXPECT_EQ(uTimerRemainGet(refreshed), r.bySeconds != 0 ? r.bySeconds : before);
+        LogCapture log;
+        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerEventAdd(nullptr, nullptr, kNow + s))),
+                  r.byCalendar);
+        EXPECT_EQ(log.countContaining("basalt.utils.timer", "out of range"), r.outOfRange ? 1 : 0);
     }
 }
 
 // Adds long timers until the pool is empty; returns their ids.
 std::vector<std::uint32_t> exhaustPool() {
+    LogCapture quiet; // the add that finds the pool empty logs
     std::vector<std::uint32_t> ids;
     for (std::uint32_t id; (id = uTimerAdd(nullptr, nullptr, 3600 * 1000)) != 0;) {
         ids.push_back(id);
     }
     return ids;
 }
+std::size_t freeRecords() {
+    const std::vector<std::uint32_t> ids = exhaustPool();
+    for (std::uint32_t id : ids) {
+        uTimerDel(id);
+    }
+    return ids.size();
+}
 
 TEST_F(TimerTest, ExhaustedPoolRefusesAddsAndRecovers) {
     Timers t;
     const std::uint32_t early = t.add(100, 1);
-    std::vector<std::uint32_t> fillers;
-    {
-        LogCapture quiet;
-        fillers = exhaustPool();
-        ASSERT_GE(fillers.size(), static_cast<std::size_t>(kTestPoolBlocks - 50));
-        EXPECT_EQ(quiet.countContaining("basalt.utils.timer", "timer malloc failed!"), 1);
-    }
-    for (std::uint32_t id : fillers) {
-        t.keep(id);
-    }
-    run({{[&] { uTimerRefresh(early, 40); }, 40, 0, {}}, // refresh needs a spare record first
-         {nullptr, 60, 0, {{1}}},                        // fired timers give their records back
-         {[&] {
-              EXPECT_NE(t.add(10, 2), 0U);
-              EXPECT_EQ(t.add(10, 3), 0U);
-              uTimerDel(fillers.back());
+    t.add(200, 2), t.add(200, 3);
+    std::vector<std::uint32_t> fillers = exhaustPool();
+    ASSERT_GE(fillers.size(), 950U);
+    run({{40, 0, {}, [&] { uTimerRefresh(early, 40); }}, // refresh needs a spare record first
+         {60, 0, {{1}}},                                 // fired timers give their records back
+         {100, 0, {{2}, {3}, {4}, {6}}, [&] {
               EXPECT_NE(t.add(10, 4), 0U);
-          },
-          10,
-          0,
-          {{2}, {4}}}});
-    t.clear();
-    std::vector<std::uint32_t> refill = exhaustPool();
-    EXPECT_EQ(refill.size(), fillers.size() + 1); // every record came back
-    for (std::uint32_t id : refill) {
+              EXPECT_EQ(t.add(10, 5), 0U);
+              uTimerDel(fillers.back());
+              EXPECT_NE(t.add(10, 6), 0U);
+          }}});
+    for (std::uint32_t id : fillers) {
         uTimerDel(id);
     }
+    EXPECT_EQ(freeRecords(), fillers.size() + 3); // every record came back
 }
 
 TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
     Timers t;
+    const int handle = timerPowerHandle();
     auto w = [&](int slot, std::int64_t ms, std::uint32_t opt = 1) {
         return [=, &t] { id[slot] = t.add(ms, static_cast<std::uintptr_t>(slot), opt); };
     };
@@ -178,63 +171,160 @@ TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
         {"first wake-up timer", w(0, 5000), 1, 0, 5000},
         {"earlier one", w(1, 3000), 1, 0, 3000},
         {"later one", w(2, 8000), 0, 0, 3000},
-        {"plain timer", w(3, 100, 0), 0, 0, 3000},
         {"same expiry as the earliest", w(4, 3000), 1, 0, 3000},
-        {"refreshed later", [] { uTimerRefresh(id[0], 6000); }, 0, 0, 3000},
         {"refreshed to the earliest", [] { uTimerRefresh(id[2], 300); }, 1, 0, 300},
         {"it expires: the next is armed", [] { advance(300); }, 1, 0, 2700},
         {"deleting a later one", [] { uTimerDel(id[0]); }, 0, 0, 2700},
         {"deleting the earliest", [] { uTimerDel(id[4]); }, 1, 0, 2700},
         {"deleting the last", [] { uTimerDel(id[1]); }, 0, 1, -1},
-        {"calendar-bound timers wake up",
+        {"calendar-bound",
          [&] {
              setWallClock(1'700'000'000), t.keep(uTimerEventAdd(nullptr, nullptr, 1'700'000'090));
          },
          1, 0, 90'000},
         {"it goes too", [&] { t.clear(); }, 0, 1, -1},
     };
-    const int active = platformSimActiveAppCount(handle_);
     for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
         platformSimWaitPoolsIdle();
-        const std::uint32_t arms = platformSimWakeUpArmCount(handle_);
-        const std::uint32_t cancels = platformSimWakeUpCancelCount(handle_);
+        const std::uint32_t arms = platformSimWakeUpArmCount(handle);
+        const std::uint32_t cancels = platformSimWakeUpCancelCount(handle);
         r.act();
         platformSimWaitPoolsIdle(); // arming runs on the pool
-        EXPECT_EQ(platformSimWakeUpArmCount(handle_) - arms, r.arms);
-        EXPECT_EQ(platformSimWakeUpCancelCount(handle_) - cancels, r.cancels);
-        EXPECT_EQ(platformSimWakeUpDelay(handle_), r.delay);
+        EXPECT_EQ(platformSimWakeUpArmCount(handle) - arms, r.arms) << r.what;
+        EXPECT_EQ(platformSimWakeUpCancelCount(handle) - cancels, r.cancels) << r.what;
+        EXPECT_EQ(platformSimWakeUpDelay(handle), r.delay) << r.what;
     }
-    EXPECT_EQ(platformSimActiveAppCount(handle_), active); // held only while callbacks queue
-    EXPECT_GE(platformSimActiveAppPeak(handle_), active + 1);
 }
 
-} // namespace
-} // namespace pu::test
-
-namespace pu::test {
-namespace {
-
-// uTimerShow lists by expiry, and a timer added later goes before earlier ones of the same
-// expiry: the order callbacks of one pass are handed on in.
-TEST_F(TimerTest, ShowListsByExpiryNewestFirstAmongEqualExpiries) {
-    Timers t;
-    const std::uint32_t a = t.add(300, 1), b = t.add(100, 2), c = t.add(200, 3), d = t.add(200, 4);
-    LogCapture capture;
-    uTimerShow();
-    auto entry = [](std::uint32_t timer, int ms) {
-        return "id=[" + std::to_string(timer) + "] expires=[" + std::to_string(ms) + "]";
+// uTimerDiffMs and uTimerAdjust over the same up-times: the millisecond part, the microsecond
+// rest or carry, and the jumps (backwards, or forward by more than 10 s) that re-base the system
+// time and raise "SYSTEM_TIME_UPDATED" with the number 50.
+TEST(TimerArithmetic, ElapsedTimeCarryAndJumps) {
+    timerPowerHandle();
+    std::atomic<int> raised{0};
+    const auto onUpdate = [](const char *, void *count, void *data, std::uint32_t length) {
+        EXPECT_EQ(data, tag(50));
+        EXPECT_EQ(length, 4U);
+        ++*static_cast<std::atomic<int> *>(count);
     };
-    std::vector<std::string> listed;
-    for (const LogLine &line : capture.lines()) {
-        for (std::uint32_t timer : {a, b, c, d}) {
-            if (line.message.rfind("id=[" + std::to_string(timer) + "]", 0) == 0) {
-                listed.push_back(line.message);
-            }
+    uEventCare("SYSTEM_TIME_UPDATED", onUpdate, &raised);
+    const struct {
+        std::uint32_t s0, us0, s1, us1, diff, rest;
+        std::int32_t carry, adjusted, carryAfter;
+    } rows[] = {
+        {10, 100, 10, 1600, 1, 500, 600, 2, 100}, // a carry reaching 1100 us
+        {10, 1600, 10, 2600, 1, 0, 500, 1, 500},
+        {10, 0, 10, 2500, 2, 500, 500, 3, 0}, // exactly 1000 us already counts
+        {10, 0, 10, 4000, 4, 0, -1500, 3, -500},
+        {10, 900500, 12, 100000, 1199, 500, 0, 1199, 500}, // borrows
+        {10, 999999, 11, 0, 0, 1, 0, 0, 1},
+        {10, 0, 20, 999999, 10999, 999, 0, 10999, 999}, // 10 s is not a jump yet
+        {100, 250, 111, 0, 10999, 750, 999, 50, 999},   // 11 s forward: a jump, no remainder
+        {11, 0, 10, 999999, 0, 0, 5, 50, 5},            // backwards
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::Message() << r.s0 << "." << r.us0 << " -> " << r.s1 << "." << r.us1);
+        const bool jump = r.adjusted == 50;
+        const int events = raised;
+        std::uint32_t rest = 77, s = 0, us = 0, step = 0;
+        const std::uint32_t rebases = platformSimTimeBaseUpdates(nullptr, nullptr, nullptr);
+        EXPECT_EQ(uTimerDiffMs(r.s0, r.us0, r.s1, r.us1, &rest), r.diff);
+        EXPECT_EQ(rest, r.rest);
+        std::int32_t carry = r.carry;
+        EXPECT_EQ(uTimerAdjust(r.s0, r.us0, r.s1, r.us1, &carry), r.adjusted);
+        EXPECT_EQ(carry, r.carryAfter);
+        platformSimWaitPoolsIdle(); // the event is raised from the pool
+        EXPECT_EQ(raised - events, jump ? 1 : 0);
+        EXPECT_EQ(platformSimTimeBaseUpdates(&s, &us, &step) - rebases, jump ? 1U : 0U);
+        if (jump) { // re-based on the up-time before the jump
+            EXPECT_EQ(std::vector({s, us, step}), std::vector({r.s0, r.us0, 50U}));
         }
     }
-    EXPECT_EQ(listed, (std::vector<std::string>{entry(b, 100), entry(d, 200), entry(c, 200),
-                                                entry(a, 300)}));
+    uEventClear("SYSTEM_TIME_UPDATED", onUpdate);
+}
+
+TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
+    Timers t;
+    advance(30'000); // the task has just re-synchronised: only the direct calls below do
+    constexpr std::time_t t0 = 1'800'000'000;
+    setWallClock(t0);
+    checktimeoutCb(30'000);
+    const std::uint32_t twoHours = t.keep(uTimerEventAdd(record, tag(1), t0 + 7200));
+    t.keep(uTimerEventAdd(record, tag(2), t0 + 600));
+    uTimerDel(uTimerEventAdd(record, tag(3), t0 + 900)); // forgotten with its timer
+    t.keep(uTimerEventAdd(record, tag(4), t0 + 1));
+    const std::uint32_t oneSecond = t.keep(uTimerEventAdd(record, tag(5), t0 + 2));
+    const auto setClock = [&](std::time_t wall, std::uint32_t twoHoursLeft) {
+        return [=] {
+            setWallClock(wall), checktimeoutCb(30'000);
+            EXPECT_EQ(uTimerRemainGet(twoHours), twoHoursLeft);
+        };
+    };
+    // Wall clock moved by 32 s against 30 s of timer time: within a tenth, nothing moves. Set an
+    // hour forward: each timer goes to its calendar time, one already past to 0, one with less
+    // than 1 s left is left alone (one with 1 s left is moved). Exactly a tenth (33 s against 30 s)
+    // counts as setting it.
+    run({{500, 0, {}},
+         {0, 0, {}, setClock(t0 + 32, 7'199'500)},
+         {0, 0, {}, [&] { uTimerRefresh(oneSecond, 1000); }},
+         {500, 0, {{2}, {4}, {5}}, setClock(t0 + 32 + 3600, 3'568'000)},
+         {0, 0, {}, [&] { uTimerRefresh(twoHours, 1'000'000); }},
+         {0, 0, {}, setClock(t0 + 32 + 3600 + 33, 3'535'000)}});
+}
+
+// Several threads add, refresh and delete timers while heartbeats expire them: every timer not
+// deleted fires exactly once, so do the follow-ups their callbacks add, and every record goes
+// back to the pool.
+struct Shot {
+    std::atomic<int> fired{0};
+    std::atomic<std::uint32_t> id{0};
+    bool deleted = false;   // written by its owner thread only, read after the join
+    Shot *follow = nullptr; // a follow-up timer its callback adds
+};
+void onShot(void *arg) {
+    auto *shot = static_cast<Shot *>(arg);
+    shot->fired.fetch_add(1);
+    if (shot->follow != nullptr) {
+        shot->follow->id.store(uTimerAdd(onShot, shot->follow, 3));
+    }
+}
+
+TEST_F(TimerTest, ConcurrentAddRefreshDeleteWhileFiring) {
+    constexpr int kThreads = 4, kEach = 100; // with their follow-ups, within the pool
+    const std::size_t poolBefore = freeRecords();
+    std::vector<Shot> shots(kThreads * kEach), follows(shots.size());
+    std::atomic<bool> done{false};
+    std::thread beater([&] {
+        while (!done.load()) {
+            advance(7);
+        }
+    });
+    fanOut(kThreads, [&](int t) {
+        std::mt19937 random(1234U + static_cast<unsigned>(t)); // a fixed mix of operations
+        for (int i = t * kEach; i < (t + 1) * kEach; ++i) {
+            Shot &shot = shots[i];
+            shot.deleted = random() % 4 == 0; // deleted long before it could fire
+            shot.follow = random() % 5 == 0 ? &follows[i] : nullptr;
+            const std::int64_t delay = shot.deleted ? 3'600'000 : random() % 200;
+            shot.id.store(uTimerAddWithOptions(onShot, &shot, delay, random() % 3 == 0 ? 1 : 0));
+            ASSERT_NE(shot.id.load(), 0U);
+            Shot &earlier = shots[t * kEach + random() % (i - t * kEach + 1)];
+            if (!earlier.deleted) { // it may be expiring this very moment: it fires once either way
+                uTimerRefresh(earlier.id.load(), static_cast<std::int32_t>(random() % 150));
+            }
+            if (shot.deleted) {
+                uTimerDel(shot.id.load());
+            }
+        }
+    });
+    done.store(true);
+    beater.join();
+    advance(1000), advance(1000); // everything still pending is due within this
+    for (std::size_t i = 0; i < shots.size(); ++i) {
+        EXPECT_EQ(shots[i].fired.load(), shots[i].deleted ? 0 : 1) << "timer " << i;
+        EXPECT_EQ(follows[i].fired.load(), shots[i].follow && !shots[i].deleted) << "follow " << i;
+    }
+    EXPECT_EQ(freeRecords(), poolBefore);
 }
 
 } // namespace
