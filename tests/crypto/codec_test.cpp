@@ -73,6 +73,7 @@ TEST(Codecs, StrictLenientUrlPasswordsAndHexadecimal) {
         PU_ROW(uB64_base64url(abc, 0, t, sizeof t), -1),
         PU_ROW(uB64_base64url(abc, 3, t, 4), -1), // the padded text must fit
         PU_ROW(uB64_debase64url(nullptr, nullptr, 8), -1),
+        PU_ROW(uB64_debase64url("", reinterpret_cast<uint8_t *>(d), sizeof d), 0),
         PU_ROW(uStrPwdBase64Decode("~Rk%58*]cGFzc3dvcmQ=", d, sizeof d), 8),
         PU_ROW(d, "password"),
         PU_ROW(uStrPwdBase64Decode("a much longer clear-text password", d, 8), 7),

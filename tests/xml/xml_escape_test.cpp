@@ -2,6 +2,7 @@
 // The ampersand repair: which references pass and which are repaired, and refused arguments.
 // Cutting the input into chunks anywhere, repeating the repair and short outputs are the
 // xml_escape fuzz target's to check.
+#include <umem.h>
 #include <uxmlparser.h>
 
 #include "call_table.hpp"
@@ -77,8 +78,12 @@ TEST(XmlEscape, BadArgumentsAreRefusedWithoutTouchingTheCount) {
             << length << " " << capacity;
     }
     EXPECT_EQ(count, 77);
-    // The buffer-growing form reports any refusal as -1.
-    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 1, nullptr, &count, &count, &state, 1), -1);
+    // The buffer-growing form reports any refusal as -1, its own and the repair's.
+    char *grown = nullptr;
+    int32_t room = 0;
+    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 1, nullptr, &count, &room, &state, 1), -1);
+    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 1, &grown, &count, &room, &corrupt, 1), -1);
+    uFree(grown);
 }
 
 } // namespace
