@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The block interface against published vectors and OpenSSL, and both wrapper pairs: formats,
-// 64 KiB piece boundaries, refusals, threads.
+// 64 KiB piece boundaries, refusals. What padDecrypt and the wrappers may return for arbitrary
+// cipher text is the aes_* fuzz targets' to check.
 #include <uaes.h>
 #include <ub64.h>
 
 #include "crypto_test_util.hpp"
-#include "log_capture.hpp"
 
 #include <cstring>
 #include <sys/mman.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -37,15 +35,11 @@ struct Aes {
         const int n = fn(&cipher, &key, in.empty() ? &none : in.data(), static_cast<int>(in.size()),
                          out.data());
         out.resize(static_cast<std::size_t>(std::max(0, n)));
-        if (result != nullptr) {
-            *result = n;
-        }
-        return out;
+        return result != nullptr ? (*result = n, out) : out;
     }
 };
 
 TEST(AesBlock, Fips197RoundKeysStayInsideTheirBuffers) {
-    const Bytes plain = fromHex("00112233445566778899aabbccddeeff");
     // The key ends where an unreadable page begins, and the schedule has a word to spare: a
     // set-up loop that runs one word long reads or writes past its buffer.
     const long page = sysconf(_SC_PAGESIZE);
@@ -55,20 +49,21 @@ TEST(AesBlock, Fips197RoundKeysStayInsideTheirBuffers) {
     for (const auto &[bits, cipher] : {std::pair{128, "69c4e0d86a7b0430d8cdb78070b4c55a"},
                                        {192, "dda97ca4864cdfe06eaf70a0ec0d7191"},
                                        {256, "8ea2b7ca516745bfeafc49904b496089"}}) {
-        const Bytes key = fromHex(kSeqHex.substr(0, bits / 4));
+        const Bytes key = fromHex(kSeqHex.substr(0, bits / 4)),
+                    plain = fromHex("00112233445566778899aabbccddeeff");
         const uint8_t *edge =
             std::copy(key.begin(), key.end(), map + page - key.size()) - key.size();
         const int rounds = bits / 32 + 6, spare = 4 * rounds + 4;
-        uint32_t enc[61], dec[61];
-        std::fill_n(enc, 61, 0x5a5a5a5au);
-        std::fill_n(dec, 61, 0x5a5a5a5au);
+        uint32_t rk[2][61];
+        std::fill_n(&rk[0][0], 122, 0x5a5a5a5au);
         uint8_t out[16], back[16];
-        EXPECT_EQ(rijndaelKeySetupEnc(enc, edge, bits) + rijndaelKeySetupDec(dec, edge, bits),
+        EXPECT_EQ(rijndaelKeySetupEnc(rk[0], edge, bits) + rijndaelKeySetupDec(rk[1], edge, bits),
                   2 * rounds);
-        rijndaelEncrypt(enc, rounds, plain.data(), out);
-        rijndaelDecrypt(dec, rounds, out, back);
+        rijndaelEncrypt(rk[0], rounds, plain.data(), out);
+        rijndaelDecrypt(rk[1], rounds, out, back);
         EXPECT_EQ(toHex(out, 16) + toHex(back, 16), cipher + toHex(plain)) << bits;
-        EXPECT_EQ(std::pair(enc[spare], dec[spare]), std::pair(0x5a5a5a5au, 0x5a5a5a5au)) << bits;
+        EXPECT_EQ(rk[0][spare] ^ rk[1][spare], 0u) << bits;
+        EXPECT_EQ(rk[0][spare], 0x5a5a5a5au) << bits;
     }
     munmap(map, 2 * page);
 }
@@ -84,15 +79,12 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
         bool pad;
         std::string key, plain, want; // want empty: what OpenSSL gives
     } cases[] = {
-        {"ecb", false, kSeqHex.substr(0, 32), "00112233445566778899aabbccddeeff",
-         "69c4e0d86a7b0430d8cdb78070b4c55a"},
-        {"ecb", false, kSeqHex.substr(0, 48), toHex(patternBytes(32, 2)), ""},
+        {"ecb", false, kSeqHex.substr(0, 48), toHex(asBytes(pattern(32, 2))), ""},
         {"cbc", false, kKeyHex, nist, nistCipher},
-        {"cfb1", false, kKeyHex, toHex(patternBytes(48, 3)), ""},
+        {"cfb1", false, kKeyHex, toHex(asBytes(pattern(48, 3))), ""},
         {"cbc", true, kKeyHex, "", ""},
-        {"cbc", true, kKeyHex, toHex(patternBytes(15, 11)), ""},
-        {"cbc", true, kSeqHex.substr(0, 32), toHex(patternBytes(16, 11)), ""},
-        {"cbc", true, kSeqHex.substr(0, 48), toHex(patternBytes(33, 11)), ""},
+        {"cbc", true, kKeyHex, toHex(asBytes(pattern(15, 11))), ""},
+        {"cbc", true, kSeqHex.substr(0, 48), toHex(asBytes(pattern(33, 11))), ""},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.mode + (" " + c.key + " " + c.plain));
@@ -102,7 +94,7 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
         const Bytes tail(plain.begin() + static_cast<std::ptrdiff_t>(head.size()), plain.end());
         // CBC encryption leaves the vector alone, so a chain never spans two calls; the one-bit
         // feedback register goes on from call to call.
-        Aes e(0, mode, c.key), d(1, mode, c.key);
+        Aes e(0, mode, c.key), d(1, mode, c.key), d0(0, mode, c.key);
         Bytes out = e.run(true, c.pad, m == "cbc" ? plain : head);
         out = m == "cbc" ? out : cat(out, e.run(true, false, tail));
         EXPECT_EQ(toHex(out),
@@ -116,10 +108,8 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
         }
         // Decryption carries the chain into the next call; one-bit feedback decrypts on the
         // encryption round keys, so a key of either direction works.
-        Aes d0(0, mode, c.key);
-        const Bytes outHead(out.begin(), out.begin() + 16), outTail(out.begin() + 16, out.end());
-        const Bytes back = d.run(false, false, outHead);
-        EXPECT_EQ(cat(back, d.run(false, false, outTail)), plain);
+        const Bytes back = d.run(false, false, Bytes(out.begin(), out.begin() + 16));
+        EXPECT_EQ(cat(back, d.run(false, false, Bytes(out.begin() + 16, out.end()))), plain);
         EXPECT_EQ(d0.run(false, false, out), m == "cfb1" ? plain : Bytes());
     }
     // A trailing partial block is left out of the count, and a second call starts again.
@@ -131,14 +121,13 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
 }
 
 TEST(AesBlock, RefusalCodes) {
-    LogCapture quiet;
     uint8_t b[48] = {};
     uint32_t rk[61];
     Aes enc(0, U_AES_MODE_CBC), dec(1, U_AES_MODE_CBC), cfbDec(1, 3), cfbEnc(0, 3);
     keyInstance key{};
     cipherInstance cipher{}, odd = enc.cipher;
     odd.mode = 9;
-    const char *k = kKeyHex.c_str(), *shortKey = "603deb1015ca71be2b73aef0857d77811f352c073b6108d7";
+    const char *k = kKeyHex.c_str();
     // padDecrypt of a last block encrypted without padding.
     const auto unpad = [](const char *mode, const char *last) {
         int n = 0;
@@ -147,7 +136,6 @@ TEST(AesBlock, RefusalCodes) {
         return n;
     };
     checkRows({
-        PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e01"), 15),
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e00"), U_AES_BAD_DATA),
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e11"), U_AES_BAD_DATA),
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0403"), U_AES_BAD_DATA),
@@ -156,7 +144,7 @@ TEST(AesBlock, RefusalCodes) {
         PU_ROW(unpad("ecb", "000102030405060708090a0b0c0d0e00"), 16),
         PU_ROW(makeKey(&key, 2, 128, k), U_AES_BAD_KEY_DIR),
         PU_ROW(makeKey(&key, 0, 64, k), U_AES_BAD_KEY_MAT),
-        PU_ROW(makeKey(&key, 0, 256, shortKey), U_AES_BAD_KEY_MAT),
+        PU_ROW(makeKey(&key, 0, 256, k + 16), U_AES_BAD_KEY_MAT), // the text is too short
         PU_ROW(makeKey(&key, 0, 128, "000102030405060708090A0B0C0D0E0Fzz"), U_AES_SUCCESS),
         PU_ROW(key.keyMaterial, "000102030405060708090A0B0C0D0E0F"), // only keyLen / 4 read
         PU_ROW(makeKey(&key, 1, 128, nullptr), U_AES_SUCCESS),       // reuses the record's text
@@ -169,8 +157,9 @@ TEST(AesBlock, RefusalCodes) {
         PU_ROW(padEncrypt(&cfbEnc.cipher, &cfbEnc.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
         PU_ROW(blockEncrypt(&odd, &enc.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
         PU_ROW(blockEncrypt(&enc.cipher, &enc.key, b, 15, b), 0),
-        PU_ROW(uAesEncrypt(k, b, 0, b), 16), // the vector only
-        PU_ROW(uAesDecrypt(k, b, 33, b), 0),
+        PU_ROW(blockDecrypt(&dec.cipher, &dec.key, nullptr, 16, b), 0),
+        PU_ROW(padDecrypt(&dec.cipher, &dec.key, b, 16, nullptr), 0),
+        PU_ROW(uAesEncrypt(k, b, 0, b), 16),        // the vector only
         PU_ROW(uAesDecrypt(k, b, 16, b), 0),        // the vector alone: nothing to decrypt
         PU_ROW(rijndaelKeySetupEnc(rk, b, 100), 0), // no such key size
     });
@@ -191,8 +180,7 @@ Bytes unwrap(const Bytes &wrapped, const std::string &keyHex = kKeyHex) {
 TEST(AesWrap, PieceBoundaries) {
     // Length, what uAesDecrypt gives back, whether the last piece fails (and is logged).
     for (const auto &[length, returned, invalid] : {
-             std::tuple{1, 1, false},
-             {16, 16, false},
+             std::tuple{16, 16, false},
              // One piece, then the vector only: the repeated last piece is empty and fails.
              {65536 - 16, 65536 - 16, true},
              {65535, 65535, true},
@@ -203,11 +191,10 @@ TEST(AesWrap, PieceBoundaries) {
              {65537, 65538, false},
              {65536 + 15, 65536 + 30, false},
              {65536 + 16, 65536 + 16, false}, // two blocks or more behind a piece are read once
-             {2 * 65536, 2 * 65536, true},
              {2 * 65536 + 100, 2 * 65536 + 100, false},
          }) {
         SCOPED_TRACE(length);
-        const Bytes plain = patternBytes(static_cast<std::size_t>(length), 31);
+        const Bytes plain = asBytes(pattern(static_cast<std::size_t>(length), 31));
         Bytes wrapped(plain.size() + 32);
         wrapped.resize(static_cast<std::size_t>(
             uAesEncrypt(kKeyHex.c_str(), plain.data(), length, wrapped.data())));
@@ -220,18 +207,16 @@ TEST(AesWrap, PieceBoundaries) {
         EXPECT_TRUE(std::equal(plain.begin(), plain.end(), back.begin()));
         EXPECT_TRUE(std::equal(back.end() - extra, back.end(), plain.end() - extra));
     }
-    // A wrong key or a last byte that is no padding fails in the last piece, after the bytes
-    // of the earlier pieces were counted.
+    // A wrong key fails in the last piece, after the bytes of the earlier pieces were counted.
     LogCapture quiet;
-    EXPECT_EQ(unwrap(cat(openssl(fromHex(kKeyHex), kIv, Bytes(16, 0x41), false), kIv)), Bytes());
-    EXPECT_EQ(unwrap(wrapWithOpenSsl(patternBytes(3 * 65536 + 100, 41), kIv), kSeqHex).size(),
+    EXPECT_EQ(unwrap(wrapWithOpenSsl(asBytes(pattern(3 * 65536 + 100, 41)), kIv), kSeqHex).size(),
               3U * 65536);
 }
 
 TEST(AesCbcText, FormatRoundTripAndSizeLimits) {
-    const Bytes key = fromHex(kSeqHex), in = asBytes(std::string(40, 'q'));
-    const Bytes block = fromHex("00112233445566778899aabbccddeeff");
-    char t[128], p[64], s[64];
+    const Bytes key = fromHex(kSeqHex), in(40, 'q'),
+                block = fromHex("00112233445566778899aabbccddeeff");
+    char t[128], p[64];
     uint8_t out[128];
     const auto decoded = [](const char *text) {
         Bytes bytes(std::strlen(text));
@@ -239,19 +224,16 @@ TEST(AesCbcText, FormatRoundTripAndSizeLimits) {
         return toHex(bytes);
     };
     // A partial block and a short vector text are zero-filled; the vector is the raw text.
-    Bytes iv = asBytes("abIGNORED"), three(block.begin(), block.begin() + 3), padded(15, 'a');
+    Bytes iv = asBytes("abIGNORED"), three(block.begin(), block.begin() + 3);
     iv.resize(16, 0);
     three.resize(16, 0);
-    padded.push_back(1); // the shortest standard padding
-    uB64_ntop(openssl(key, Bytes(16, 0), padded, false).data(), 16, s, sizeof s);
     checkRows({
         // 16 bytes: the cipher block then sixteen zero bytes, not encrypted.
         PU_ROW(uAesCbcEncrypt(key.data(), block.data(), 16, p, sizeof p, nullptr, 128), 44),
         PU_ROW(decoded(p), "69c4e0d86a7b0430d8cdb78070b4c55a" + std::string(32, '0')),
         PU_ROW(uAesCbcEncrypt(key.data(), block.data(), 3, p, sizeof p, "abIGNORED", 256), 24),
         PU_ROW(decoded(p), toHex(openssl(key, iv, three, false))),
-        // The result is a string length: standard padding goes, a zero byte ends it.
-        PU_ROW(uAesCbcDecrypt(key.data(), s, 64, out, 100, nullptr, 256), 15),
+        // The result is a string length: a zero byte ends it.
         PU_ROW(uAesCbcEncrypt(key.data(), asBytes({"ab\0c", 4}).data(), 4, p, 64, "v", 256), 24),
         PU_ROW(uAesCbcDecrypt(key.data(), p, 64, out, 100, "v", 256), 2),
         // b blocks need b * 64 / 3 + 4 bytes of text: 25 for one block, 46 for two.
@@ -263,6 +245,8 @@ TEST(AesCbcText, FormatRoundTripAndSizeLimits) {
         PU_ROW(uAesCbcDecrypt(key.data(), t, 47, out, 100, "v", 256), 0),
         PU_ROW(uAesCbcDecrypt(key.data(), t, 48, out, 48, "v", 256), 40),
         PU_ROW(uAesCbcDecrypt(key.data(), t, 64, out, 100, "v", 64), 0),
+        PU_ROW(uAesCbcEncrypt(key.data(), nullptr, 16, p, sizeof p, "v", 256), 0),
+        PU_ROW(uAesCbcDecrypt(key.data(), nullptr, 64, out, 100, "v", 256), 0),
     });
 }
 

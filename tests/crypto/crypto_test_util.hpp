@@ -38,9 +38,6 @@ inline std::string toHex(const Bytes &data) {
 inline Bytes asBytes(const std::string &text) {
     return Bytes(text.begin(), text.end());
 }
-inline Bytes patternBytes(std::size_t length, std::uint32_t seed) {
-    return asBytes(pattern(length, seed));
-}
 inline Bytes cat(Bytes a, const Bytes &b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;

@@ -15,7 +15,7 @@ TEST(CryptoLog, Catalogue) {
     const char *key = "603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4";
     const char *aes = "basalt.utils.aes";
     uint8_t b[64] = {};
-    const Bytes badPad = patternBytes(48, 9); // decrypts to bytes that are no padding
+    const Bytes badPad = asBytes(pattern(48, 9)); // decrypts to bytes that are no padding
     const auto failingAlloc = [](auto call) {
         FailAlloc fault(1);
         return call();

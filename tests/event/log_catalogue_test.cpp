@@ -4,77 +4,70 @@
 // its figures by the monitor scenarios.)
 #include "timer_harness.hpp"
 
-#include <log_capture.hpp>
-#include <test_support.hpp>
+#include <call_table.hpp>
 
 namespace pu::test {
 namespace {
 
-void quitMonitor() {
-    uMonitorUninit();
-    while (std::atomic_ref(gMonitorMsgQ).load() != 0 ||
-           std::atomic_ref(gMonitorList).load() != nullptr) {
-        std::this_thread::yield();
-    }
-}
 template <int> void nop(const char *, void *, void *, std::uint32_t) {}
-void fillBus() {
-    for (int i = 0; i <= 256; ++i) { // one name more than the table holds
-        uEventCare(std::to_string(i).c_str(), nop<0>, nullptr);
-    }
-}
-void execute(std::int32_t state) {
+void onInput(std::int32_t, std::uint32_t) {}
+int execute(std::int32_t state) {
     const uInputEventMsg msg{state, 1};
-    uInputEventExecute(&msg);
+    return (uInputEventExecute(&msg), 0);
+}
+// Runs call with the input events shut down, and starts them again.
+int uninitialised(const std::function<void()> &call) {
+    return (uInputEventUninit(), call(), uInputEventInit(), 0);
 }
 
 TEST(EventLogCatalogue, EveryMessageWithItsLevelAndModule) {
     timerPowerHandle(); // input events need the timer service
     constexpr const char *ev = "basalt.utils.event", *mon = "basalt.utils.monitor",
                          *in = "basalt.utils.inputEvent";
-    void (*const cb)(std::int32_t, std::uint32_t) = [](std::int32_t, std::uint32_t) {};
-    using Row = std::tuple<std::function<void()>, int, const char *, const char *>;
-    for (const auto &[call, level, module, text] : {
-             Row{[] { uEventUninit(), uEventInit(), uEventInit(); }, 1, ev,
-                 "Event is alreday init."},
-             Row{[] { uEventInit(), uEventUninit(), uEventUninit(); }, 1, ev, "Event not init."},
-             Row{[] { uEventCare("e", nop<0>, nullptr), uEventCare("e", nop<0>, nullptr); }, 0, ev,
-                 "eventprocess has existed"},
-             Row{[] { uEventCare("e", nop<0>, nullptr), uEventClear("e", nop<1>); }, 0, ev,
-                 "This eventprocess didn't exist"},
-             Row{[] { uEventRaise("nobody", nullptr, 0); }, 0, ev, "No module care event nobody."},
-             Row{[] { uEventUninit(), fillBus(), uEventUninit(); }, 3, ev,
-                 "Event hash buffer full."},
-             Row{[] { uMonitorInit(), quitMonitor(); }, 1, mon, "uMonitorInit: success."},
-             Row{[] { uMonitorUninit(); }, 2, mon, "uMonitorUninit: msg Queue not create."},
-             Row{[] { uInputEventInit(); }, 2, in, "uInputEventInit, already init."},
-             Row{[cb] { uInputEventStart(1, 0, cb); }, 2, in,
-                 "uInputEventStart, argument is not valid."},
-             Row{[cb] { uInputEventStart(1, 1, cb), uInputEventStop(1); }, 1, in,
-                 "uInputEventStart, starting."},
-             Row{[] { uInputEventExecute(nullptr); }, 2, in, "uInputEventExecute, msg is null."},
-             Row{[] { execute(6); }, 2, in, "uInputEventExecute, state is incorrect."},
-             Row{[] { execute(3); }, 1, in, "uInputEventExecute, executing."},
-             Row{[] { execute(3); }, 2, in, "uInputEventExecute, input event do not exist."},
-             Row{[] { uInputEventStop(1); }, 1, in, "uInputEventStop, stopping."},
-             Row{[] { uInputEventStop(1); }, 2, in, "uInputEventStop, input event do not exist."},
-             Row{[] { uInputEventUninit(), uInputEventUninit(), uInputEventInit(); }, 2, in,
-                 "uInputEventUninit, not init."},
-             Row{[cb] { uInputEventUninit(), uInputEventStart(1, 1, cb), uInputEventInit(); }, 2,
-                 in, "uInputEventStart, not init."},
-             Row{[] { uInputEventUninit(), execute(3), uInputEventInit(); }, 2, in,
-                 "uInputEventExecute, not init."},
-             Row{[] { uInputEventUninit(), uInputEventStop(1), uInputEventInit(); }, 2, in,
-                 "uInputEventStop, not init."},
-         }) {
-        {
-            LogCapture quiet;
-            uInputEventInit();
+    const auto fillBus = [] { // one name more than the table holds
+        for (int i = 0; i <= 256; ++i) {
+            uEventCare(std::to_string(i).c_str(), nop<0>, nullptr);
         }
-        LogCapture capture;
-        call();
-        EXPECT_EQ(capture.count(level, module, text), 1) << capture.dump();
+        return 0;
+    };
+    const auto quitMonitor = [] {
+        for (uMonitorUninit(); std::atomic_ref(gMonitorMsgQ).load() != 0 ||
+                               std::atomic_ref(gMonitorList).load() != nullptr;) {
+            std::this_thread::yield();
+        }
+        return 0;
+    };
+    {
+        LogCapture quiet;
+        uEventUninit(), uInputEventInit();
     }
+    checkLogRows({
+        PU_LOG_ROW((uEventInit(), uEventInit()), 1, ev, "Event is alreday init."),
+        PU_LOG_ROW((uEventUninit(), uEventUninit()), 1, ev, "Event not init."),
+        PU_LOG_ROW((uEventCare("e", nop<0>, nullptr), uEventCare("e", nop<0>, nullptr)), 0, ev,
+                   "eventprocess has existed"),
+        PU_LOG_ROW(uEventClear("e", nop<1>), 0, ev, "This eventprocess didn't exist"),
+        PU_LOG_ROW(uEventRaise("nobody", nullptr, 0), 0, ev, "No module care event nobody."),
+        PU_LOG_ROW((uEventUninit(), fillBus()), 3, ev, "Event hash buffer full."),
+        PU_LOG_ROW((uMonitorInit(), quitMonitor()), 1, mon, "uMonitorInit: success."),
+        PU_LOG_ROW(uMonitorUninit(), 2, mon, "uMonitorUninit: msg Queue not create."),
+        PU_LOG_ROW(uInputEventInit(), 2, in, "uInputEventInit, already init."),
+        PU_LOG_ROW(uInputEventStart(1, 0, onInput), 2, in,
+                   "uInputEventStart, argument is not valid."),
+        PU_LOG_ROW(uInputEventStart(1, 1, onInput), 1, in, "uInputEventStart, starting."),
+        PU_LOG_ROW(uInputEventStop(1), 1, in, "uInputEventStop, stopping."),
+        PU_LOG_ROW(uInputEventStop(1), 2, in, "uInputEventStop, input event do not exist."),
+        PU_LOG_ROW(uInputEventExecute(nullptr), 2, in, "uInputEventExecute, msg is null."),
+        PU_LOG_ROW(execute(6), 2, in, "uInputEventExecute, state is incorrect."),
+        PU_LOG_ROW(execute(3), 1, in, "uInputEventExecute, executing."),
+        PU_LOG_ROW(execute(3), 2, in, "uInputEventExecute, input event do not exist."),
+        PU_LOG_ROW(uninitialised([] { uInputEventUninit(); }), 2, in,
+                   "uInputEventUninit, not init."),
+        PU_LOG_ROW(uninitialised([] { uInputEventStart(1, 1, onInput); }), 2, in,
+                   "uInputEventStart, not init."),
+        PU_LOG_ROW(uninitialised([] { execute(3); }), 2, in, "uInputEventExecute, not init."),
+        PU_LOG_ROW(uninitialised([] { uInputEventStop(1); }), 2, in, "uInputEventStop, not init."),
+    });
     LogCapture quiet;
     uEventUninit();
 }

@@ -18,8 +18,7 @@ int32_t stop(void *) {
 
 TEST(XmlLog, Catalogue) {
     const char *xml = "utils.xmlparser";
-    const std::string doc = bigDocument(3000, false),
-                      aligned = "<r>" + std::string(2041, 'y') + "</r>";
+    const std::string doc = bigDocument(3000), aligned = "<r>" + std::string(2041, 'y') + "</r>";
     XmlRecorder r;
     int32_t count = 0;
     uXmlParserAmpState state{};
@@ -55,16 +54,16 @@ TEST(XmlLog, Catalogue) {
         PU_LOG_ROW(uXmlParseFromFdWithDigestAndBreak(-1, 0, uSocketReadNormalData, nullptr, &r,
                                                      nullptr, nullptr, nullptr, nullptr, nullptr),
                    3, xml, "uXmlParseFromFdWithDigestAndBreak: param error."),
-        PU_LOG_ROW(parseWithDigest("", 0), 3, xml,
+        PU_LOG_ROW(parseWithDigest("", 0, r), 3, xml,
                    "uXmlParseFromFdWithDigestAndBreak: Parse xml error totalRead[0] or "
                    "parserResult[0]."),
-        PU_LOG_ROW(parseWithDigest(doc, 0), 0, xml,
+        PU_LOG_ROW(parseWithDigest(doc, 0, r), 0, xml,
                    "uXmlParseFromFdWithDigestAndBreak: readLen:2048 !!!."),
-        PU_LOG_ROW(parseWithDigest(doc, 0), 1, xml,
+        PU_LOG_ROW(parseWithDigest(doc, 0, r), 1, xml,
                    "uXmlParseFromFdWithDigestAndBreak: XML_Parse :ok Or Read Finished :1 !!!."),
-        PU_LOG_ROW(parseWithDigest("<r>", 0), 1, xml,
+        PU_LOG_ROW(parseWithDigest("<r>", 0, r), 1, xml,
                    "uXmlParseFromFdWithDigestAndBreak: XML_Parse :error Or Read Finished :1 !!!."),
-        PU_LOG_ROW(parseWithDigest(doc, 0, nullptr, stop), 1, xml,
+        PU_LOG_ROW(parseWithDigest(doc, 0, r, nullptr, stop), 1, xml,
                    "uXmlParseFromFdWithDigestAndBreak: Break Parseing !!!."),
         PU_LOG_ROW(parseBuf("<r/>", selfResume), 3, xml,
                    "uXmlParserPause, parse xml error parserResult[0]."),

@@ -11,8 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace pu::test;
@@ -20,14 +18,13 @@ using namespace pu::test;
 const std::string kDoc = "<r><a x=\"1&2\"/><b>t&amp;u</b><c>v</c></r>";
 // What expat alone delivers for kDoc once its bare "&" is written as a reference.
 const std::vector<std::string> kEvents =
-    expatAlone("<r><a x=\"1&amp;2\"/><b>t&amp;u</b><c>v</c></r>").events;
+    expatAlone("<r><a x=\"1&amp;2\"/><b>t&amp;u</b><c>v</c></r>");
+const std::vector<std::string> kUntilB = {"<r", "<a x=1&2", "/a", "<b"};
 
 // Suspends the parse at every start element named `at` ("" for every element).
 void pauseAt(XmlRecorder &recorder, std::string at) {
     recorder.onStart = [at](XmlRecorder &self, const std::string &name) {
-        if (at.empty() || name == at) {
-            EXPECT_EQ(uXmlParserPause(&self, 1), 1);
-        }
+        EXPECT_EQ(at.empty() || name == at ? uXmlParserPause(&self, 1) : 1, 1);
     };
 }
 
@@ -35,12 +32,9 @@ TEST(XmlControl, PauseInAHandlerKeepsTheParserUntilResumed) {
     XmlRecorder r;
     pauseAt(r, "b");
     ASSERT_EQ(parseBuf(kDoc, r), 0);
-    const std::vector<std::string> untilB = {"<r", "<a x=1&2", "/a", "<b"};
-    EXPECT_EQ(r.events, untilB);
+    EXPECT_EQ(r.events, kUntilB);
     EXPECT_FALSE(parseMapEmpty());
-    // Suspending a parse that is already suspended is refused by expat.
-    EXPECT_EQ(uXmlParserPause(&r, 1), 0);
-
+    EXPECT_EQ(uXmlParserPause(&r, 1), 0); // suspending a suspended parse is refused by expat
     r.onStart = nullptr;
     EXPECT_EQ(uXmlParserPause(&r, 0), 0);
     EXPECT_EQ(r.events, kEvents);
@@ -62,18 +56,17 @@ TEST(XmlControl, ResumeNeverTakesAParseThatIsStillRunning) {
         bool suspendAtA; // so that <b> runs inside a resume rather than inside the parse
         int32_t parseResult;
         int resumesAfterwards;
-        std::vector<std::string> events;
+        const std::vector<std::string> &events;
     };
-    const std::vector<std::string> untilB = {"<r", "<a x=1&2", "/a", "<b"};
     const Case cases[] = {
         {"resume alone", Before::Nothing, By::Handler, false, 0, 0, kEvents},
         {"suspend, resume", Before::Suspend, By::Handler, false, 0, 1, kEvents},
-        {"stop, resume", Before::Stop, By::Handler, false, -1, 0, untilB},
+        {"stop, resume", Before::Stop, By::Handler, false, -1, 0, kUntilB},
         {"suspend, other thread resumes", Before::Suspend, By::OtherThread, false, 0, 1, kEvents},
         {"suspend in a resume, other thread resumes", Before::Suspend, By::OtherThread, true, 0, 2,
          kEvents},
         {"stop, stranger resumes on another thread", Before::Stop, By::Stranger, false, -1, 0,
-         untilB},
+         kUntilB},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -81,25 +74,19 @@ TEST(XmlControl, ResumeNeverTakesAParseThatIsStillRunning) {
         XmlRecorder r;
         bool acted = false; // once: a wrongly granted resume may deliver <b> again
         r.onStart = [&c, &acted](XmlRecorder &self, const std::string &name) {
-            if (name == "a" && c.suspendAtA) {
-                EXPECT_EQ(uXmlParserPause(&self, 1), 1);
-            }
-            if (name != "b" || acted) {
+            EXPECT_EQ(name == "a" && c.suspendAtA ? uXmlParserPause(&self, 1) : 1, 1);
+            if (name != "b" || std::exchange(acted, true)) {
                 return;
             }
-            acted = true;
             if (c.before == Before::Suspend) {
                 EXPECT_EQ(uXmlParserPause(&self, 1), 1);
             } else if (c.before == Before::Stop) {
                 uXmlParserStop(&self);
             }
-            if (c.by == By::Handler) {
-                EXPECT_EQ(uXmlParserPause(&self, 0), -1);
-                return;
-            }
             static int stranger;
             void *user = c.by == By::Stranger ? static_cast<void *>(&stranger) : &self;
-            std::thread([user] { EXPECT_EQ(uXmlParserPause(user, 0), -1); }).join();
+            const auto resume = [user] { EXPECT_EQ(uXmlParserPause(user, 0), -1); };
+            c.by == By::Handler ? resume() : std::thread(resume).join();
         };
         EXPECT_EQ(parseBuf(kDoc, r), c.parseResult);
         for (int i = 0; i < c.resumesAfterwards; ++i) {
@@ -109,14 +96,13 @@ TEST(XmlControl, ResumeNeverTakesAParseThatIsStillRunning) {
         EXPECT_EQ(r.events, c.events);
         EXPECT_TRUE(parseMapEmpty());
     }
-
     // A suspended parse that is then stopped can only be cleaned up by a resume, which fails.
     XmlRecorder stopped;
     pauseAt(stopped, "b");
     ASSERT_EQ(parseBuf(kDoc, stopped), 0);
     uXmlParserStop(&stopped);
     EXPECT_EQ(uXmlParserPause(&stopped, 0), -1);
-    EXPECT_EQ(stopped.events.back(), "<b");
+    EXPECT_EQ(stopped.events, kUntilB);
     EXPECT_TRUE(parseMapEmpty());
 }
 
@@ -129,48 +115,39 @@ TEST(XmlControl, ThreadsRacingToResumeOneParseResumeEachStepOnce) {
         pauseAt(r, "");
         ASSERT_EQ(parseBuf(kDoc, r), 0);
         std::atomic<int> resumed{0};
-        const auto resumer = [&r, &resumed] {
+        fanOut(2, [&r, &resumed](int) {
             for (int tries = 0; resumed < 4 && tries < 100000; ++tries) {
-                if (uXmlParserPause(&r, 0) == 0) {
-                    ++resumed;
-                }
+                resumed += uXmlParserPause(&r, 0) == 0;
             }
-        };
-        std::thread first(resumer);
-        std::thread second(resumer);
-        first.join();
-        second.join();
+        });
         ASSERT_EQ(resumed, 4);
         ASSERT_EQ(r.events, kEvents);
         ASSERT_TRUE(parseMapEmpty());
     }
 }
 
-TEST(XmlControl, PauseFallsBackToTheLatestParseForAStrangerUserPointer) {
+TEST(XmlControl, StrangersHandRegisteredParsersAndStop) {
+    LogCapture quiet;
+    static int stranger, user;
+    // Intended: a pointer with no parse of its own reaches the most recent live parse for a
+    // resume, but never for a stop.
     XmlRecorder owner;
-    pauseAt(owner, "b");
+    owner.onStart = [](XmlRecorder &self, const std::string &name) {
+        uXmlParserStop(&stranger);
+        EXPECT_EQ(name == "b" ? uXmlParserPause(&self, 1) : 1, 1);
+    };
     ASSERT_EQ(parseBuf(kDoc, owner), 0);
     owner.onStart = nullptr;
-    int stranger = 0;
-    // Intended: a pointer with no parse of its own reaches the most recent live parse.
     EXPECT_EQ(uXmlParserPause(&stranger, 0), 0);
     EXPECT_EQ(owner.events, kEvents);
-    EXPECT_TRUE(parseMapEmpty());
-
     // The fallback needs someone to fall back on, and a pointer to begin with.
-    EXPECT_EQ(uXmlParserPause(&stranger, 0), -1);
-    EXPECT_EQ(uXmlParserPause(&stranger, 1), -1);
-    EXPECT_EQ(uXmlParserPause(nullptr, 0), -1);
+    EXPECT_EQ(uXmlParserPause(&stranger, 0) + uXmlParserPause(&stranger, 1) +
+                  uXmlParserPause(nullptr, 0),
+              -3);
     uXmlParserStop(nullptr);
-    uXmlParserStop(&stranger);
-}
-
-TEST(XmlControl, HandRegisteredParsersCountAsRunning) {
     // A parser entered by hand is reached by pause and stop, but never resumed or freed from
     // the map: its owner frees it after taking it out.
-    LogCapture quiet;
-    int user = 0, stranger = 0;
-    XML_Parser parser = XML_ParserCreate(nullptr);
+    XML_Parser parser = XML_ParserCreate(nullptr), other = XML_ParserCreate(nullptr);
     uXmlParserAddMapItem(nullptr, &user);
     EXPECT_TRUE(parseMapEmpty());
     uXmlParserAddMapItem(parser, &user);
@@ -184,41 +161,21 @@ TEST(XmlControl, HandRegisteredParsersCountAsRunning) {
     XmlRecorder r;
     pauseAt(r, "b");
     ASSERT_EQ(parseBuf(kDoc, r), 0);
-    XML_Parser other = XML_ParserCreate(nullptr);
     uXmlParserAddMapItem(other, &user);
     uXmlParserDelMapItem(other);
     XML_ParserFree(other);
     r.onStart = nullptr;
     EXPECT_EQ(uXmlParserPause(&r, 0), 0);
     EXPECT_EQ(r.events, kEvents);
-    EXPECT_TRUE(parseMapEmpty());
-}
-
-TEST(XmlControl, StopAbortsTheParseOfItsOwnUserOnly) {
-    LogCapture log;
-    XmlRecorder r;
-    r.onStart = [](XmlRecorder &self, const std::string &name) {
-        if (name == "b") {
-            uXmlParserStop(&self);
-        }
-    };
-    EXPECT_EQ(parseBuf(kDoc, r), -1);
-    EXPECT_EQ(r.events.back(), "<b") << "nothing is delivered after the stop";
-    EXPECT_EQ(log.lines().size(), 1U) << log.dump();
-    EXPECT_TRUE(parseMapEmpty());
-
-    // Stop has no fallback: a stranger's stop leaves the parse running.
-    XmlRecorder untouched;
-    untouched.onStart = [](XmlRecorder &, const std::string &) {
-        static int stranger;
-        uXmlParserStop(&stranger);
-    };
-    EXPECT_EQ(parseBuf(kDoc, untouched), 0);
-    EXPECT_EQ(untouched.events, kEvents);
-
-    XmlRecorder viaFd;
-    viaFd.onStart = r.onStart;
-    EXPECT_EQ(parseFd(kDoc, viaFd), -1);
+    // A stop from a handler aborts its own parse: nothing is delivered after it.
+    for (bool viaFd : {false, true}) {
+        XmlRecorder s;
+        s.onStart = [](XmlRecorder &self, const std::string &name) {
+            name == "b" ? uXmlParserStop(&self) : void();
+        };
+        EXPECT_EQ(viaFd ? parseFd(kDoc, s) : parseBuf(kDoc, s), -1);
+        EXPECT_EQ(s.events, kUntilB);
+    }
     EXPECT_TRUE(parseMapEmpty());
 }
 

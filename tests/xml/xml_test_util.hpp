@@ -49,26 +49,10 @@ struct XmlRecorder {
     static void end(void *user, const char *name) {
         static_cast<XmlRecorder *>(user)->events.push_back(std::string("/") + name);
     }
-
-    // All text delivered, concatenated.
-    std::string allText() const {
-        std::string all;
-        for (const std::string &event : events) {
-            if (event.rfind("t:", 0) == 0) {
-                all += event.substr(2);
-            }
-        }
-        return all;
-    }
 };
 
-// What expat alone delivers for doc through the same handlers; ok is false on a parse error.
-struct ReferenceParse {
-    std::vector<std::string> events;
-    bool ok;
-};
-
-inline ReferenceParse expatAlone(const std::string &doc) {
+// What expat alone delivers for doc through the same handlers; empty on a parse error.
+inline std::vector<std::string> expatAlone(const std::string &doc) {
     XmlRecorder recorder;
     XML_Parser parser = XML_ParserCreate(nullptr);
     XML_SetElementHandler(parser, XmlRecorder::start, XmlRecorder::end);
@@ -76,7 +60,7 @@ inline ReferenceParse expatAlone(const std::string &doc) {
     XML_SetUserData(parser, &recorder);
     const bool ok = XML_Parse(parser, doc.data(), static_cast<int>(doc.size()), 1) == XML_STATUS_OK;
     XML_ParserFree(parser);
-    return {recorder.events, ok};
+    return ok ? recorder.events : std::vector<std::string>{};
 }
 
 inline int32_t parseBuf(const std::string &doc, XmlRecorder &recorder,
@@ -87,15 +71,15 @@ inline int32_t parseBuf(const std::string &doc, XmlRecorder &recorder,
 
 // Runs parse on the read end of a pipe while a thread writes data in pieces of piece bytes and
 // then closes the write end.
-template <typename Parse>
-int32_t throughPipe(const std::string &data, std::size_t piece, Parse parse) {
+inline int32_t throughPipe(const std::string &data, std::size_t piece,
+                           const std::function<int32_t(int)> &parse) {
     int ends[2];
     EXPECT_EQ(pipe(ends), 0);
     Fd reader(ends[0]);
     std::thread writer([&data, piece, fd = ends[1]] {
         for (std::size_t done = 0; done < data.size();) {
-            const std::size_t n = std::min(piece, data.size() - done);
-            const ssize_t written = write(fd, data.data() + done, n);
+            const ssize_t written =
+                write(fd, data.data() + done, std::min(piece, data.size() - done));
             if (written <= 0) {
                 break;
             }
@@ -108,22 +92,20 @@ int32_t throughPipe(const std::string &data, std::size_t piece, Parse parse) {
     return result;
 }
 
-inline int32_t parseFd(const std::string &doc, XmlRecorder &recorder, const char *trailer = nullptr,
-                       std::size_t piece = 4096) {
+inline int32_t parseFd(const std::string &doc, XmlRecorder &recorder, std::size_t piece = 4096) {
     return throughPipe(doc, piece, [&](int fd) {
-        return uXmlParseFromFd(fd, uSocketReadNormalData, trailer, &recorder, XmlRecorder::start,
+        return uXmlParseFromFd(fd, uSocketReadNormalData, nullptr, &recorder, XmlRecorder::start,
                                XmlRecorder::text, XmlRecorder::end);
     });
 }
 
-// A well-formed document of at least size bytes: nested elements, attributes, text.
-inline std::string bigDocument(std::size_t size, bool ampersands) {
+// A well-formed document of at least size bytes: nested elements, attributes, text, references.
+inline std::string bigDocument(std::size_t size) {
     std::string doc = "<?xml version=\"1.0\"?>\n<feed xmlns:m=\"urn:m\">";
     for (int i = 0; doc.size() < size; ++i) {
-        doc += "<m:item id=\"" + std::to_string(i) + "\" kind=\"k&lt;" + std::to_string(i % 7) +
-               "\"><title>Item " + std::to_string(i) + (ampersands ? " &amp; more" : " and more") +
-               "</title><link>http://host/p?a=" + std::to_string(i) +
-               (ampersands ? "&amp;b=2" : ";b=2") + "</link></m:item>\n";
+        const std::string n = std::to_string(i);
+        doc += "<m:item id=\"" + n + "\" kind=\"k&lt;\"><title>Item " + n +
+               " &amp; more</title><link>http://host/p?a=" + n + "&amp;b=2</link></m:item>\n";
     }
     return doc + "</feed>";
 }
@@ -142,10 +124,9 @@ inline Digest md5Of(const std::string &bytes) {
 struct DigestParse {
     int32_t result;
     Digest digest;
-    XmlRecorder recorder;
 };
 
-inline DigestParse parseWithDigest(const std::string &stream, int32_t totalLength,
+inline DigestParse parseWithDigest(const std::string &stream, int32_t totalLength, XmlRecorder &r,
                                    const char *trailer = nullptr,
                                    uXmlContinueFn shouldContinue = nullptr,
                                    std::size_t piece = 4096) {
@@ -153,7 +134,7 @@ inline DigestParse parseWithDigest(const std::string &stream, int32_t totalLengt
     p.digest.fill(0xAA);
     p.result = throughPipe(stream, piece, [&](int fd) {
         return uXmlParseFromFdWithDigestAndBreak(fd, totalLength, uSocketReadNormalData, trailer,
-                                                 &p.recorder, XmlRecorder::start, XmlRecorder::text,
+                                                 &r, XmlRecorder::start, XmlRecorder::text,
                                                  XmlRecorder::end, p.digest.data(), shouldContinue);
     });
     return p;
