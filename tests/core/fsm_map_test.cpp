@@ -3,6 +3,7 @@
 #include <ufsm.h>
 #include <umap.h>
 
+#include "call_table.hpp"
 #include "test_support.hpp"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@
 #include <string>
 
 namespace {
+
+using pu::test::checkRows;
 
 std::string gCalls;
 int32_t handlerA(void *argument) {
@@ -21,101 +24,81 @@ int32_t handlerB(void *) {
     return 0;
 }
 
-TEST(Fsm, FirstMatchingRowWinsAndOthersAreNotRun) {
-    pu::test::Owned<uFsm, uFsmDestroy> fsm(uFsmCreate());
-    ASSERT_NE(fsm, nullptr);
-    EXPECT_EQ(uFsmExecute(fsm.get(), 1, 2, nullptr), -1) << "empty table";
-    // uFsmAdd(fsm, event, state, handler)
-    ASSERT_EQ(uFsmAdd(fsm.get(), 1, 2, handlerA), 0);
-    ASSERT_EQ(uFsmAdd(fsm.get(), 1, 2, handlerB), 0);
-    ASSERT_EQ(uFsmAdd(fsm.get(), 3, 4, handlerB), 0);
-    ASSERT_EQ(uFsmAdd(fsm.get(), 5, 5, nullptr), 0);
-    int x = 0;
-    const struct {
-        uint32_t event, state;
-        void *argument;
-        int result;
-        const char *calls;
-    } cases[] = {
-        {1, 2, &x, 0, "A*"}, {1, 2, nullptr, 0, "A"}, {3, 4, nullptr, 0, "B"},
-        {5, 5, &x, 0, ""},   {1, 4, &x, -1, ""}, // event known only in another state
-        {2, 1, &x, -1, ""},                      // event and state swapped
-        {4, 3, &x, -1, ""},
-    };
-    for (const auto &c : cases) {
-        gCalls.clear();
-        EXPECT_EQ(uFsmExecute(fsm.get(), c.event, c.state, c.argument), c.result)
-            << c.event << "/" << c.state;
-        EXPECT_EQ(gCalls, c.calls) << c.event << "/" << c.state;
-    }
-    EXPECT_EQ(uFsmAdd(nullptr, 1, 1, handlerA), -1);
-    EXPECT_EQ(uFsmExecute(nullptr, 1, 1, nullptr), -1);
-    EXPECT_EQ(uFsmDestroy(nullptr), -1);
+// The result of dispatching and the handlers that ran.
+std::string run(uFsm *fsm, uint32_t event, uint32_t state, void *argument) {
+    gCalls.clear();
+    const int32_t result = uFsmExecute(fsm, event, state, argument);
+    return std::to_string(result) + gCalls;
 }
 
-TEST(IdMap, LookupsBothWays) {
+TEST(Fsm, FirstMatchingRowWinsAndOthersAreNotRun) {
+    pu::test::Owned<uFsm, uFsmDestroy> owned(uFsmCreate());
+    uFsm *fsm = owned.get();
+    int x = 0;
+    checkRows({
+        {"empty table", run(fsm, 1, 2, nullptr), "-1"},
+        {"add", uFsmAdd(fsm, 1, 2, handlerA) + uFsmAdd(fsm, 1, 2, handlerB), 0},
+        {"add", uFsmAdd(fsm, 3, 4, handlerB) + uFsmAdd(fsm, 5, 5, nullptr), 0},
+        {"first row, argument", run(fsm, 1, 2, &x), "0A*"},
+        {"first row", run(fsm, 1, 2, nullptr), "0A"},
+        {"other row", run(fsm, 3, 4, nullptr), "0B"},
+        {"no handler", run(fsm, 5, 5, &x), "0"},
+        {"event known in another state", run(fsm, 1, 4, &x), "-1"},
+        {"event and state swapped", run(fsm, 2, 1, &x), "-1"},
+        {"null", uFsmAdd(nullptr, 1, 1, handlerA) + run(nullptr, 1, 1, nullptr).size(), 1},
+        {"null destroy", uFsmDestroy(nullptr), -1},
+    });
+}
+
+TEST(IdMap, LookupsBothWaysAndSet) {
     int a = 0, b = 0, end = 0;
     const uMapAddr addrs[] = {{5, &a}, {5, &b}, {6, &a}, {U_MAP_END_ID, &end}};
-    const uMapValue values[] = {{5, 10}, {5, 20}, {6, 10}, {U_MAP_END_ID, -9}};
+    uMapValue values[] = {{5, 10}, {5, 20}, {6, 10}, {U_MAP_END_ID, -9}};
     const uMapString strings[] = {{5, "Alpha"}, {5, "beta"}, {6, "alpha"}, {U_MAP_END_ID, "none"}};
     const uMapChar chars[] = {{5, 'a'}, {5, 0xFF}, {6, 'a'}, {U_MAP_END_ID, '?'}};
     // id 5: the first row; 6: its own row; 7, 0 and the terminator's id: the terminator's value.
-    const struct {
-        uint32_t id;
-        void *addr;
-        int32_t value;
-        const char *text;
-        unsigned char ch;
-    } byId[] = {{5, &a, 10, "Alpha", 'a'},
-                {6, &a, 10, "alpha", 'a'},
-                {7, &end, -9, "none", '?'},
-                {0, &end, -9, "none", '?'},
-                {U_MAP_END_ID, &end, -9, "none", '?'}};
-    for (const auto &c : byId) {
-        EXPECT_EQ(uMapAddrById(addrs, c.id), c.addr) << c.id;
-        EXPECT_EQ(uMapValueById(values, c.id), c.value) << c.id;
-        EXPECT_STREQ(uMapStringById(strings, c.id), c.text) << c.id;
-        EXPECT_EQ(uMapCharById(chars, c.id), c.ch) << c.id;
-    }
-    // The other way: the first matching row, never the terminator's value.
-    EXPECT_EQ(uMapIdByAddr(addrs, &b), 5u);
-    EXPECT_EQ(uMapIdByAddr(addrs, &end), U_MAP_END_ID);
-    EXPECT_EQ(uMapIdByValue(values, 20), 5u);
-    EXPECT_EQ(uMapIdByValue(values, -9), U_MAP_END_ID);
-    const std::pair<const char *, uint32_t> texts[] = {{"ALPHA", 5},
-                                                       {"Beta", 5},
-                                                       {"alph", U_MAP_END_ID},
-                                                       {"none", U_MAP_END_ID},
-                                                       {nullptr, U_MAP_END_ID}};
-    for (const auto &[text, id] : texts) {
-        EXPECT_EQ(uMapIdByString(strings, text), id)
-            << pu::test::orNull(text) << ": case is ignored";
-    }
-    EXPECT_EQ(uMapIdByChar(chars, 0xFF), 5u);
-    EXPECT_EQ(uMapIdByChar(chars, 'A'), U_MAP_END_ID) << "characters are not case-folded";
-    EXPECT_EQ(uMapIdByChar(chars, '?'), U_MAP_END_ID);
-}
-
-TEST(IdMap, SetChangesOnlyTheFirstRowAndNeverTheDefault) {
-    uMapValue values[] = {{5, 10}, {5, 20}, {U_MAP_END_ID, -9}};
-    EXPECT_EQ(uMapValueSetById(values, 5, 99), 0);
-    EXPECT_EQ(uMapValueSetById(values, 8, 1), -1);
-    EXPECT_EQ(uMapValueSetById(values, U_MAP_END_ID, 1), -1);
-    EXPECT_EQ(values[0].value, 99);
-    EXPECT_EQ(values[1].value, 20);
-    EXPECT_EQ(values[2].value, -9);
-}
-
-TEST(IdMap, NullTablesGiveTheFamilyDefaults) {
-    EXPECT_EQ(uMapAddrById(nullptr, 1), nullptr);
-    EXPECT_EQ(uMapValueById(nullptr, 1), -1);
-    EXPECT_STREQ(uMapStringById(nullptr, 3), "");
-    EXPECT_EQ(uMapCharById(nullptr, 1), 0);
-    EXPECT_EQ(uMapIdByAddr(nullptr, nullptr), U_MAP_END_ID);
-    EXPECT_EQ(uMapIdByValue(nullptr, 0), U_MAP_END_ID);
-    EXPECT_EQ(uMapIdByString(nullptr, "x"), U_MAP_END_ID);
-    EXPECT_EQ(uMapIdByChar(nullptr, 'x'), U_MAP_END_ID);
-    EXPECT_EQ(uMapValueSetById(nullptr, 1, 1), -1);
+    const auto byId = [&](uint32_t id) {
+        return std::to_string((uMapAddrById(addrs, id) == &a) +
+                              2 * (uMapAddrById(addrs, id) == &end)) +
+               " " + std::to_string(uMapValueById(values, id)) + " " + uMapStringById(strings, id) +
+               " " + static_cast<char>(uMapCharById(chars, id));
+    };
+    checkRows({
+        {"5", byId(5), "1 10 Alpha a"},
+        {"6", byId(6), "1 10 alpha a"},
+        {"7", byId(7), "2 -9 none ?"},
+        {"0", byId(0), "2 -9 none ?"},
+        {"end", byId(U_MAP_END_ID), "2 -9 none ?"},
+        // The other way: the first matching row, never the terminator's value.
+        {"addr", uMapIdByAddr(addrs, &b), 5},
+        {"addr, default", uMapIdByAddr(addrs, &end), U_MAP_END_ID},
+        {"value", uMapIdByValue(values, 20), 5},
+        {"value, default", uMapIdByValue(values, -9), U_MAP_END_ID},
+        {"case is ignored", uMapIdByString(strings, "ALPHA"), 5},
+        {"second row", uMapIdByString(strings, "Beta"), 5},
+        {"no prefix", uMapIdByString(strings, "alph"), U_MAP_END_ID},
+        {"string, default", uMapIdByString(strings, "none"), U_MAP_END_ID},
+        {"null string", uMapIdByString(strings, nullptr), U_MAP_END_ID},
+        {"char", uMapIdByChar(chars, 0xFF), 5},
+        {"characters are not folded", uMapIdByChar(chars, 'A'), U_MAP_END_ID},
+        {"char, default", uMapIdByChar(chars, '?'), U_MAP_END_ID},
+        {"set the first row", uMapValueSetById(values, 5, 99), 0},
+        {"no such row", uMapValueSetById(values, 8, 1), -1},
+        {"never the default", uMapValueSetById(values, U_MAP_END_ID, 1), -1},
+        {"values",
+         std::to_string(values[0].value) + " " + std::to_string(values[1].value) + " " +
+             std::to_string(values[3].value),
+         "99 20 -9"},
+        // Null tables give the family defaults.
+        {"null addr", uMapAddrById(nullptr, 1) == nullptr, true},
+        {"null value", uMapValueById(nullptr, 1) + uMapValueSetById(nullptr, 1, 1), -2},
+        {"null string", uMapStringById(nullptr, 3), ""},
+        {"null char", uMapCharById(nullptr, 1), 0},
+        {"null reverse",
+         uMapIdByAddr(nullptr, nullptr) & uMapIdByValue(nullptr, 0) & uMapIdByString(nullptr, "x") &
+             uMapIdByChar(nullptr, 'x'),
+         U_MAP_END_ID},
+    });
 }
 
 } // namespace

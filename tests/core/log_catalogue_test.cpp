@@ -10,48 +10,42 @@
 
 namespace {
 
-using pu::test::logged;
-
 // A list with one node, released whatever the row did to it.
-void withNode(void (*use)(uList *)) {
+void withNode(bool failAlloc, void (*use)(uList *)) {
     int element = 0;
     uList *list = uListInit(0);
     uListAppend(list, &element);
-    use(list);
+    {
+        std::optional<pu::test::FailAlloc> fault;
+        if (failAlloc) {
+            fault.emplace(1);
+        }
+        use(list);
+    }
     uListClearWithNodeNoNeedFree(list);
     uListUninit(list);
 }
 
 TEST(LogCatalogue, CoreMessages) {
-    const std::string uid = "basalt.utils.uidManager: ";
-    pu::test::checkRows({
-        {"registered", logged([] { uIdRegisterUniqueIdModule("cat", 0, 1); }),
-         "0 " + uid +
-             "uIdRegisterUniqueIdModule: module=[cat] with max id=[1] register to uniqueIdModule!"},
-        {"refused registration", logged([] { uIdRegisterUniqueIdModule("cat 3", -1, 1); }), ""},
-        {"last id", logged([] { uIdGetModuleAvailableUniqueId("cat"); }), ""},
-        {"no id left", logged([] { uIdGetModuleAvailableUniqueId("cat"); }),
-         "2 " + uid + "uIdGetManagerAvailableId: Module[cat] does not have any available id!"},
-        {"unknown module", logged([] { uIdGetModuleAvailableUniqueId("no cat"); }),
-         "2 " + uid +
-             "uIdGetModuleAvailableUniqueId: module=[no cat] does not registered in uniqueModule."},
-        {"null module", logged([] { uIdGetModuleAvailableUniqueId(nullptr); }),
-         "2 " + uid +
-             "uIdGetModuleAvailableUniqueId: module=[(null)] does not registered in uniqueModule."},
-        {"no memory for a module", logged([] {
-             const pu::test::FailAlloc fault(1);
-             uIdRegisterUniqueIdModule("cat 2", 0, 1);
-         }),
-         "3 " + uid + "uIdRegisterUniqueIdModule: malloc error"},
-        {"list with nodes", logged([] { withNode([](uList *list) { uListUninit(list); }); }),
-         "3 basalt.utils.list: uListUninit: Uninit list that has nodes not free!"},
-        {"no memory to clear a list", logged([] {
-             withNode([](uList *list) {
-                 const pu::test::FailAlloc fault(1);
-                 uListClearWithNodeNoNeedFree(list);
-             });
-         }),
-         "3 basalt.utils.list: uListSpecialClear: init list error!"},
+    const char *uid = "basalt.utils.uidManager", *list = "basalt.utils.list";
+    pu::test::checkLogRows({
+        PU_LOG_ROW(
+            uIdRegisterUniqueIdModule("cat", 0, 1), 0, uid,
+            "uIdRegisterUniqueIdModule: module=[cat] with max id=[1] register to uniqueIdModule!"),
+        PU_LOG_ROW((uIdGetModuleAvailableUniqueId("cat"), uIdGetModuleAvailableUniqueId("cat")), 2,
+                   uid, "uIdGetManagerAvailableId: Module[cat] does not have any available id!"),
+        PU_LOG_ROW(
+            uIdGetModuleAvailableUniqueId("no cat"), 2, uid,
+            "uIdGetModuleAvailableUniqueId: module=[no cat] does not registered in uniqueModule."),
+        PU_LOG_ROW(
+            uIdGetModuleAvailableUniqueId(nullptr), 2, uid,
+            "uIdGetModuleAvailableUniqueId: module=[(null)] does not registered in uniqueModule."),
+        PU_LOG_ROW((pu::test::FailAlloc(1), uIdRegisterUniqueIdModule("cat 2", 0, 1)), 3, uid,
+                   "uIdRegisterUniqueIdModule: malloc error"),
+        PU_LOG_ROW(withNode(false, [](uList *l) { uListUninit(l); }), 3, list,
+                   "uListUninit: Uninit list that has nodes not free!"),
+        PU_LOG_ROW(withNode(true, [](uList *l) { uListClearWithNodeNoNeedFree(l); }), 3, list,
+                   "uListSpecialClear: init list error!"),
     });
     uIdUnregisterUniqueIdModule("cat");
 }

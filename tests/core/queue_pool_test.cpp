@@ -9,132 +9,106 @@
 
 #include <atomic>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-// A caller element: the link word first, the data after it.
-struct Item {
-    void *link;
-    int value;
-};
-
 // Steps: "e<k>" enqueues item k, "d<k>" dequeues and expects item k, "d-" expects nothing.
 TEST(Queue, FifoAndRunningDry) {
-    const char *scripts[] = {"e0 e1 e2 d0 d1 d2 d- d-", "d- e0 d0 d- e1 e2 d1 e0 d2 d0 d-"};
-    for (const char *script : scripts) {
-        SCOPED_TRACE(script);
-        Item items[3] = {};
+    for (const char *script : {"e0 e1 e2 d0 d1 d2 d- d-", "d- e0 d0 d- e1 e2 d1 e0 d2 d0 d-"}) {
+        struct {
+            void *link; // the caller's element: the link word first, the data after it
+            int value;
+        } items[3] = {};
         uQm queue;
         uQmInit(&queue);
         int queued = 0;
-        for (const char *p = script; *p != '\0'; p += 3) {
-            if (p[0] == 'e') {
-                uQmEnq(&queue, &items[p[1] - '0'].value);
+        std::istringstream steps(script);
+        for (std::string step; steps >> step;) {
+            void *item = step[1] == '-' ? nullptr : &items[step[1] - '0'].value;
+            if (step[0] == 'e') {
+                uQmEnq(&queue, item);
                 ++queued;
             } else {
-                void *out = uQmDeq(&queue);
-                EXPECT_EQ(out, p[1] == '-' ? nullptr : &items[p[1] - '0'].value) << p - script;
-                queued -= out != nullptr;
+                EXPECT_EQ(uQmDeq(&queue), item) << script << ": " << step;
+                queued -= item != nullptr;
             }
-            EXPECT_EQ(queue.count, queued);
-            EXPECT_EQ(queue.head == nullptr, queued == 0);
-            EXPECT_EQ(queue.tail == nullptr, queued == 0);
-            if (*(p + 2) == '\0') {
-                break;
-            }
+            EXPECT_EQ(queue.count, queued) << script << ": " << step;
+            EXPECT_EQ((queue.head == nullptr) + (queue.tail == nullptr), queued == 0 ? 2 : 0);
         }
         semDelete(queue.lock);
     }
     uQmInit(nullptr);
     uQmEnq(nullptr, nullptr);
+    uBmFree(nullptr);
     EXPECT_EQ(uQmDeq(nullptr), nullptr);
     EXPECT_EQ(uBmAlloc(nullptr), nullptr);
-    uBmFree(nullptr);
 }
 
-class Pool : public ::testing::Test {
-  protected:
-    void init(uint32_t count, uint32_t size) {
-        memory.assign(U_BM_HEAP_SIZE(count, size), 0);
+struct Pool {
+    Pool(uint32_t count, uint32_t size) : size(size), memory(U_BM_HEAP_SIZE(count, size)) {
         uBmInitHeap(&pool, count, size, memory.data());
     }
-    void TearDown() override { semDelete(pool.freeQueue.lock); }
-    std::size_t indexOf(void *block, uint32_t size) const {
+    ~Pool() { semDelete(pool.freeQueue.lock); }
+    void *block(int k) {
+        return memory.data() + k * (size + U_BM_BLOCK_OVERHEAD) + U_BM_BLOCK_OVERHEAD;
+    }
+    std::size_t indexOf(void *block) const {
         return static_cast<std::size_t>(static_cast<char *>(block) - memory.data()) /
                (size + U_BM_BLOCK_OVERHEAD);
     }
+    uint32_t size;
     std::vector<char> memory;
     uBm pool{};
 };
 
 // Steps: "a<k>" allocates and expects block k, "a-" expects exhaustion, "f<k>" frees block k.
-TEST_F(Pool, AddressOrderFirstThenLeastRecentlyFreed) {
+TEST(BlockPool, AddressOrderFirstThenLeastRecentlyFreedToTheOwner) {
     const struct {
         uint32_t count, size;
         const char *script;
     } cases[] = {
         {3, 24, "a0 a1 a2 a- f1 f0 a1 a0 a- f2 a2 a-"}, {0, 16, "a- a-"}, {1, 1, "a0 a- f0 a0 a-"}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.script);
-        init(c.count, c.size);
-        EXPECT_EQ(pool.blockCount, c.count);
-        EXPECT_EQ(pool.blockSize, c.size);
-        EXPECT_EQ(pool.reservedA, c.count);
-        EXPECT_EQ(pool.reservedB, c.count);
-        const auto block = [&](char k) {
-            return memory.data() + (k - '0') * (c.size + U_BM_BLOCK_OVERHEAD) + U_BM_BLOCK_OVERHEAD;
-        };
-        for (const char *p = c.script; p[0] != '\0' && p[1] != '\0'; p += p[2] == '\0' ? 2 : 3) {
-            if (p[0] == 'f') {
-                uBmFree(block(p[1]));
-            } else if (p[1] == '-') {
-                EXPECT_EQ(uBmAlloc(&pool), nullptr) << p - c.script;
-            } else {
-                void *got = uBmAlloc(&pool);
-                EXPECT_EQ(got, block(p[1])) << p - c.script;
-                EXPECT_EQ(static_cast<uBm **>(got)[-2], &pool)
-                    << "the owner sits in front of the link";
+        Pool p(c.count, c.size), other(1, c.size);
+        EXPECT_EQ(p.pool.blockCount + p.pool.reservedA + p.pool.reservedB, 3 * c.count) << c.script;
+        EXPECT_EQ(p.pool.blockSize, c.size);
+        std::istringstream steps(c.script);
+        for (std::string step; steps >> step;) {
+            uBmFree(uBmAlloc(&other.pool)); // a block of another pool goes back there
+            if (step[0] == 'f') {
+                uBmFree(p.block(step[1] - '0'));
+                continue;
             }
+            void *got = uBmAlloc(&p.pool);
+            EXPECT_EQ(got, step[1] == '-' ? nullptr : p.block(step[1] - '0'))
+                << c.script << ": " << step;
+            EXPECT_TRUE(got == nullptr || static_cast<uBm **>(got)[-2] == &p.pool)
+                << "the owner sits in front of the link";
         }
-        semDelete(pool.freeQueue.lock);
     }
-    init(0, 16);
-}
-
-TEST_F(Pool, BlocksReturnToTheirOwnPool) {
-    init(1, 8);
-    std::vector<char> otherMemory(U_BM_HEAP_SIZE(1, 8));
-    uBm other{};
-    uBmInitHeap(&other, 1, 8, otherMemory.data());
-    void *mine = uBmAlloc(&pool);
-    void *theirs = uBmAlloc(&other);
-    uBmFree(theirs);
-    uBmFree(mine);
-    EXPECT_EQ(uBmAlloc(&pool), mine);
-    EXPECT_EQ(uBmAlloc(&other), theirs);
-    semDelete(other.freeQueue.lock);
 }
 
 // A block is never handed to two holders at once, and every block is back at the end.
-TEST_F(Pool, ConcurrentAllocFreeNeverSharesABlock) {
+TEST(BlockPool, ConcurrentAllocFreeNeverSharesABlock) {
     constexpr uint32_t kBlocks = 8; // fewer than the threads want, so the pool runs dry often
-    init(kBlocks, sizeof(int));
+    Pool p(kBlocks, sizeof(int));
     std::vector<std::atomic<int>> holders(kBlocks);
     std::atomic<int> shared{0};
     pu::test::fanOut(4, [&](int t) {
         for (int i = 0; i < 20000; ++i) {
-            void *p[3] = {uBmAlloc(&pool), uBmAlloc(&pool), uBmAlloc(&pool)};
-            for (void *block : p) {
+            void *blocks[3] = {uBmAlloc(&p.pool), uBmAlloc(&p.pool), uBmAlloc(&p.pool)};
+            for (void *block : blocks) {
                 if (block != nullptr) {
-                    shared += holders[indexOf(block, sizeof(int))].fetch_add(1) != 0;
+                    shared += holders[p.indexOf(block)].fetch_add(1) != 0;
                     *static_cast<int *>(block) = t;
                 }
             }
-            for (void *block : p) {
+            for (void *block : blocks) {
                 if (block != nullptr) {
-                    holders[indexOf(block, sizeof(int))].fetch_sub(1);
+                    holders[p.indexOf(block)].fetch_sub(1);
                     uBmFree(block);
                 }
             }
@@ -142,8 +116,8 @@ TEST_F(Pool, ConcurrentAllocFreeNeverSharesABlock) {
     });
     EXPECT_EQ(shared.load(), 0);
     std::set<void *> all;
-    while (void *p = uBmAlloc(&pool)) {
-        all.insert(p);
+    while (void *block = uBmAlloc(&p.pool)) {
+        all.insert(block);
     }
     EXPECT_EQ(all.size(), kBlocks);
 }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// What the fuzz model of the maps leaves out: null arguments, null values, release functions on
-// destruction, and folded keys on both sides of the inline probe buffer.
+// The string hashes on hand-checked values, and what the fuzz model of the maps leaves out: null
+// arguments, null values, release on destruction, folded keys around the inline probe buffer.
 #include <uhash.h>
 
+#include "call_table.hpp"
 #include "test_support.hpp"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,35 @@
 #include <string>
 
 namespace {
+
+using pu::test::checkRows;
+
+TEST(StringHash, KnownValues) {
+    const struct {
+        const char *text;
+        uint32_t modulus, rs;
+        uint64_t bkdr, sum;
+    } cases[] = {
+        {nullptr, 1024, 0, 0, 0},
+        {"", 1024, 0, 0, 0},
+        // rs: 97 * (63689 * 378551 mod 2^32) + 98, top bit set; bkdr: 97 * 131 + 98.
+        {"ab", 0, 0x80E76FB1, 12805, 195},
+        {"ab", 1000, 0x80E76FB1u % 1000, 12805, 195}, // 57; a 31-bit mask would give 409
+        // Bytes are read unsigned: 255 * 131 + 254, and 255 + 254 + 128.
+        {"\xff\xfe\x80", 0, 0xA8915837, 0x434871, 637},
+        {"SYSTEM_TIME_UPDATED", 1000, 589, 0x61B83859, 1497},
+        // 0xC5181667 before the mask: BKDR keeps only the low 31 bits.
+        {"The quick brown fox jumps over the lazy dog", 0, 0x29A4500B, 0x45181667, 4057},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(pu::test::orNull(c.text) + " mod " + std::to_string(c.modulus));
+        EXPECT_EQ(rsHash(c.text, c.modulus), c.rs);
+        EXPECT_EQ(bkdrHash(c.text), c.bkdr);
+        EXPECT_EQ(remainderHash(c.text), c.sum);
+    }
+    const std::string big(100000, '\xee'); // the sum passes 2^31 only with the mask
+    EXPECT_EQ(remainderHash(big.c_str()), (100000ull * 0xee) & 0x7FFFFFFF);
+}
 
 void *word(std::uintptr_t value) {
     return reinterpret_cast<void *>(value);
@@ -20,65 +50,54 @@ void recordRelease(void *value) {
     gReleased.record(value);
 }
 
-TEST(HashMaps, NullArgumentsAreRefused) {
-    uHash *map = uHashCreateMap(1);
-    gReleased.clear();
-    const std::pair<int, int> results[] = {
-        // result, expected
-        {uHashInsert(map, "", word(1)), -1},
-        {uHashInsert(map, nullptr, word(1)), -1},
-        {uHashInsert(nullptr, "k", word(1)), -1},
-        {uHashKeyExists(nullptr, "k"), 0},
-        {uHashRemove(nullptr, "k", recordRelease), -1},
-        {uHashRemove(map, nullptr, recordRelease), -1},
-        {uHashRemove(map, "k", recordRelease), -1},
-        {uIntHashInsert(nullptr, 1, word(1)), -1},
-        {uIntHashKeyExists(nullptr, 1), 0},
-        {uIntHashRemove(nullptr, 1, recordRelease), -1},
-    };
-    for (const auto &[result, expected] : results) {
-        EXPECT_EQ(result, expected) << &result - &results[0].first;
-    }
-    EXPECT_EQ(uHashGetValue(nullptr, "k"), nullptr);
-    EXPECT_EQ(uHashGetValue(map, nullptr), nullptr);
-    EXPECT_EQ(uIntHashGetValue(nullptr, 1), nullptr);
-    uHashDestroyMap(nullptr, recordRelease);
-    uIntHashDestroyMap(nullptr, recordRelease);
-    uHashDestroyMap(map, recordRelease);
-    EXPECT_EQ(gReleased.size(), 0u);
-}
-
-TEST(HashMaps, NullValuesAndReleaseOnDestroy) {
-    gReleased.clear();
-    uHash *strings = uHashCreateMap(0);
-    // A string key whose value is null counts as absent, so a second insert adds a second item.
-    EXPECT_EQ(uHashInsert(strings, "zero", nullptr), 1);
-    EXPECT_EQ(uHashKeyExists(strings, "zero"), 0);
-    EXPECT_EQ(uHashInsert(strings, "zero", word(9)), 1);
-    EXPECT_EQ(uHashGetValue(strings, "zero"), word(9));
-    uHashDestroyMap(strings, recordRelease);
-    EXPECT_EQ(gReleased.values(), (std::vector<void *>{nullptr, word(9)}));
-
-    gReleased.clear();
+TEST(HashMaps, NullArgumentsNullValuesAndReleaseOnDestroy) {
+    uHash *map = uHashCreateMap(1), *strings = uHashCreateMap(0);
     uIntHash *ints = uIntHashMapCreate();
-    EXPECT_EQ(uIntHashInsert(ints, 8, nullptr), 1);
-    EXPECT_EQ(uIntHashKeyExists(ints, 8), 1) << "an integer key with a null value exists";
-    EXPECT_EQ(uIntHashInsert(ints, 8, word(80)), 0);
-    EXPECT_EQ(uIntHashInsert(ints, -1, word(7)), 1);
-    uIntHashDestroyMap(ints, recordRelease);
-    EXPECT_EQ(gReleased.size(), 2u);
+    gReleased.clear();
+    checkRows({
+        {"empty key", uHashInsert(map, "", word(1)), -1},
+        {"null key", uHashInsert(map, nullptr, word(1)), -1},
+        {"null map", uHashInsert(nullptr, "k", word(1)) + uIntHashInsert(nullptr, 1, word(1)), -2},
+        {"exists, null map", uHashKeyExists(nullptr, "k") + uIntHashKeyExists(nullptr, 1), 0},
+        {"remove, null map", uHashRemove(nullptr, "k", recordRelease), -1},
+        {"remove, null key", uHashRemove(map, nullptr, recordRelease), -1},
+        {"remove, absent", uHashRemove(map, "k", recordRelease), -1},
+        {"int remove, null map", uIntHashRemove(nullptr, 1, recordRelease), -1},
+        {"get, null", !uHashGetValue(nullptr, "k") && !uHashGetValue(map, nullptr), true},
+        {"int get, null map", uIntHashGetValue(nullptr, 1) == nullptr, true},
+        {"nothing released",
+         (uHashDestroyMap(nullptr, recordRelease), uIntHashDestroyMap(nullptr, recordRelease),
+          uHashDestroyMap(map, recordRelease), gReleased.size()),
+         0},
+        // A string key with a null value counts as absent, so a second insert adds a second item.
+        {"null value", uHashInsert(strings, "zero", nullptr), 1},
+        {"is absent", uHashKeyExists(strings, "zero"), 0},
+        {"so adds again", uHashInsert(strings, "zero", word(9)), 1},
+        {"found", uHashGetValue(strings, "zero") == word(9), true},
+        {"the null and the value released",
+         (uHashDestroyMap(strings, recordRelease), gReleased.values()) ==
+             std::vector<void *>{nullptr, word(9)},
+         true},
+        // An integer key with a null value exists.
+        {"int null value", uIntHashInsert(ints, 8, nullptr), 1},
+        {"exists", uIntHashKeyExists(ints, 8), 1},
+        {"replaced", uIntHashInsert(ints, 8, word(80)), 0},
+        {"another", uIntHashInsert(ints, -1, word(7)), 1},
+        {"released once each",
+         (gReleased.clear(), uIntHashDestroyMap(ints, recordRelease), gReleased.size()), 2},
+    });
 }
 
 TEST(HashMaps, FoldedKeysAroundTheInlineBuffer) {
     uHash *map = uHashCreateMap(1);
-    for (std::size_t length : {1, 62, 63, 64, 65, 200}) {
+    for (std::size_t length : {1, 63, 64, 65, 200}) {
         std::string key(length, 'q'), probe(length, 'Q');
         key.back() = 'Z';
         probe.back() = 'z';
-        ASSERT_EQ(uHashInsert(map, key.c_str(), word(length)), 1) << length;
-        EXPECT_EQ(uHashGetValue(map, probe.c_str()), word(length)) << length;
-        EXPECT_EQ(uHashRemove(map, probe.c_str(), nullptr), 0) << length;
-        EXPECT_EQ(uHashKeyExists(map, key.c_str()), 0) << length;
+        checkRows({{"insert", uHashInsert(map, key.c_str(), word(length)), 1},
+                   {"get folded", uHashGetValue(map, probe.c_str()) == word(length), true},
+                   {"remove folded", uHashRemove(map, probe.c_str(), nullptr), 0},
+                   {"gone", uHashKeyExists(map, key.c_str()), 0}});
     }
     uHashDestroyMap(map, nullptr);
 }

@@ -12,41 +12,30 @@
 
 namespace {
 
-using pu::test::logged;
-
-// The result of looking name up, and what that logged.
-std::string get(const char *name) {
-    std::uint32_t value = 0;
-    int32_t result = 0;
-    const std::string line = logged([&] { result = getSystemStatus(name, &value); });
-    return std::to_string(result) + " " + line;
-}
+std::uint32_t gValue = 0;
 
 TEST(LogCatalogue, StatusMessagesFromAFreshStore) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::string status = "0 basalt.utils.status: ";
     EXPECT_EXIT(
         {
-            pu::test::checkRows({
-                {"before any set", get("never"),
-                 "-1 " + status + "The status [never] is not set yet."},
-                {"null", get(nullptr), "-1 " + status + "The status [(null)] is not set yet."},
-                {"free first", (statusBuffFree(), get("x")),
-                 "-1 " + status + "The status [x] is not set yet."},
-                {"first set", logged([] { setSystemStatus("first", 3); }), ""},
-                {"known", get("first"), "0 "},
-                {"unknown", get("First"), "-1 " + status + "Cannot find this status: First "},
-                {"after a free", (statusBuffFree(), get("first")),
-                 "-1 " + status + "Cannot find this status: first "},
-                {"fill every slot", logged([] {
-                     for (int i = 0; i < 1024; ++i) {
-                         setSystemStatus(("s" + std::to_string(i)).c_str(), 1);
-                     }
-                 }),
-                 ""},
-                {"probe all the way round", get("s-1"),
-                 "-1 " + status + "cannot find this status: s-1 "},
+            const char *status = "basalt.utils.status";
+            pu::test::checkLogRows({
+                PU_LOG_ROW(getSystemStatus("never", &gValue), 0, status,
+                           "The status [never] is not set yet."),
+                PU_LOG_ROW(getSystemStatus(nullptr, &gValue), 0, status,
+                           "The status [(null)] is not set yet."),
+                PU_LOG_ROW((statusBuffFree(), getSystemStatus("x", &gValue)), 0, status,
+                           "The status [x] is not set yet."),
+                PU_LOG_ROW((setSystemStatus("first", 3), getSystemStatus("First", &gValue)), 0,
+                           status, "Cannot find this status: First "),
+                PU_LOG_ROW((statusBuffFree(), getSystemStatus("first", &gValue)), 0, status,
+                           "Cannot find this status: first "),
             });
+            for (int i = 0; i < 1024; ++i) { // every slot taken: the probe goes all the way round
+                setSystemStatus(("s" + std::to_string(i)).c_str(), 1);
+            }
+            pu::test::checkLogRows({PU_LOG_ROW(getSystemStatus("s-1", &gValue), 0, status,
+                                               "cannot find this status: s-1 ")});
             statusBuffFree();
             std::exit(::testing::Test::HasFailure() ? 1 : 0);
         },
