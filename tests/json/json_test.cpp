@@ -26,7 +26,7 @@ TEST(JsonAdd, UpdatesInPlaceIgnoringCaseAndReadsMatchTheTypeWordExactly) {
         PU_ROW(cJSON_AddItemToObject(obj, "ref", cJSON_CreateStringReference("shared")), 1),
         PU_ROW(cJSON_AddItemToObjectCS(obj, "cs", cJSON_CreateNumber(3)), 1),
         PU_ROW(uParaAddInt(&obj, "Count", 5), 0),
-        PU_ROW(uParaAddInt(&obj, "COUNT", 9), 0),
+        PU_ROW(uParaAddLong(&obj, "COUNT", 9), 0),
         PU_ROW(uParaAddString(&obj, "name", "first"), 0),
         PU_ROW(uParaAddString(&obj, "NAME", ""), 0),
         PU_ROW(cJSON_GetObjectItem(obj, "name")->valuestring == nullptr, true),

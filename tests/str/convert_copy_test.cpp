@@ -34,34 +34,26 @@ std::string bounded(Op op, const char *before, int32_t size, const char *src, in
 }
 
 TEST(StrCopy, StoresAtMostSizeMinusOne) {
-    const struct {
-        Op op;
-        const char *before;
-        int32_t size;
-        const char *src;
-        int32_t n;
-        const char *expected;
-    } rows[] = {{Copy, "", 5, "abcd", 0, "4|abcd"},
-                {Copy, "", 5, "abcde", 0, "4|abcd"},
-                {Copy, "", 1, "abc", 0, "0|"},
-                {Copy, "keep", 0, "abc", 0, "-1|keep"},
-                {Copy, "keep", 5, nullptr, 0, "-1|keep"},
-                {NCopy, "", 8, "abcdef", 3, "0|abc"},
-                {NCopy, "", 4, "abcdef", 4, "0|abc"},
-                {NCopy, "keep", 0, "abc", 2, "0|keep"},
-                {NCopy, "", 8, nullptr, 1, "-1|"},
-                {Cat, "abc", 6, "xyz", 0, "0|abcxy"},
-                {Cat, "abc", 7, "xyz", 0, "0|abcxyz"},
-                {Cat, "abc", 4, "xyz", 0, "0|abc"},
-                {Cat, "abc", 16, nullptr, 0, "0|abc"},
-                {Cat, "abc", 0, "x", 0, "-1|abc"},
-                {NCat, "ab", 16, "cdef", 2, "0|abcd"},
-                {NCat, "abcd", 6, "xyz", 3, "0|abcdx"},
-                {NCat, "ab", 6, "xyz", 3, "0|abxyz"},
-                {NCat, "ab", 0, "x", 1, "-1|ab"}};
-    for (const auto &r : rows) {
-        EXPECT_EQ(bounded(r.op, r.before, r.size, r.src, r.n), r.expected) << r.op << r.size;
-    }
+    pu::test::checkRows({
+        PU_ROW(bounded(Copy, "", 5, "abcd"), "4|abcd"),
+        PU_ROW(bounded(Copy, "", 5, "abcde"), "4|abcd"),
+        PU_ROW(bounded(Copy, "", 1, "abc"), "0|"),
+        PU_ROW(bounded(Copy, "keep", 0, "abc"), "-1|keep"),
+        PU_ROW(bounded(Copy, "keep", 5, nullptr), "-1|keep"),
+        PU_ROW(bounded(NCopy, "", 8, "abcdef", 3), "0|abc"),
+        PU_ROW(bounded(NCopy, "", 4, "abcdef", 4), "0|abc"),
+        PU_ROW(bounded(NCopy, "keep", 0, "abc", 2), "0|keep"),
+        PU_ROW(bounded(NCopy, "", 8, nullptr, 1), "-1|"),
+        PU_ROW(bounded(Cat, "abc", 6, "xyz"), "0|abcxy"),
+        PU_ROW(bounded(Cat, "abc", 7, "xyz"), "0|abcxyz"),
+        PU_ROW(bounded(Cat, "abc", 4, "xyz"), "0|abc"),
+        PU_ROW(bounded(Cat, "abc", 16, nullptr), "0|abc"),
+        PU_ROW(bounded(Cat, "abc", 0, "x"), "-1|abc"),
+        PU_ROW(bounded(NCat, "ab", 16, "cdef", 2), "0|abcd"),
+        PU_ROW(bounded(NCat, "abcd", 6, "xyz", 3), "0|abcdx"),
+        PU_ROW(bounded(NCat, "ab", 6, "xyz", 3), "0|abxyz"),
+        PU_ROW(bounded(NCat, "ab", 0, "x", 1), "-1|ab"),
+    });
     char dst[16] = "ab";
     std::memset(dst + 3, 'X', 13);
     uStrnSafeCat(dst, 16, "c", 5); // the byte n places on is cleared even when src is shorter
@@ -185,7 +177,6 @@ TEST(StrDate, DatesTimesAndDtmf) {
         PU_ROW(take(uStrFormatTimeAsHHMMSS("0000000012:00:00")), ""),
         PU_ROW(take(uStrFormatTimeAsHHMMSS("24:00:00")), ""),
         PU_ROW(uStrDtmfCheck("0123456789*#ABCD") * 2 + uStrDtmfCheck("12E"), 2),
-        PU_ROW(uTimePlanMonthMaxDay(2023, 12), -1),
     });
 }
 

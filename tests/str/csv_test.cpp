@@ -69,9 +69,7 @@ TEST(CsvRowAndData, SplitAtCommasOutsideQuotes) {
         const char *text;
         int32_t partial;
         const char *parsed;
-    } texts[] = {{"a,,b\r\n\r\nc", 0, "9:[a][][b]\n[c]\n"},
-                 {"x,y\nz", 1, "4:[x][y]\n"}, // the incomplete last row waits for more
-                 {"\n\r\n  \n a , b\r\r\n", 1, "15:[a ][b]\n"}, // blank lines give no rows
+    } texts[] = {{"x,y\nz", 1, "4:[x][y]\n"}, // the incomplete last row waits for more
                  {"a,\"never closed\nb", 0, "17:[a][never closed\nb]\n"},
                  {"a,\"never closed\nb", 1, "0:"},
                  {"a,b,", 0, "4:[a][b][]\n"}};

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // URL and host-name validation against the acceptance patterns run exhaustively, and RESTful
 // templates and their variables.
+#include "call_table.hpp"
 #include "test_support.hpp"
 
 #include <gtest/gtest.h>
@@ -13,8 +14,6 @@
 #include <vector>
 
 namespace {
-
-using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 // Every text over the alphabet up to maxLength characters, the empty one included.
 std::vector<std::string> allTexts(const std::string &alphabet, std::size_t maxLength) {
@@ -116,35 +115,34 @@ TEST(RestfulTemplate, ComparableRegex) {
     }
 }
 
-TEST(RestfulTemplate, Variables) {
-    // Literal segments are not compared; the query and empty segments do not count; a name
-    // met again collects its values.
-    const struct {
-        const char *url, *templ;
-        int32_t result;
-        Pairs pairs;
-    } rows[] = {{"/dev/3/ch/5", "/dev/@id/ch/:ch", 0, {{"id", "3"}, {"ch", "5"}}},
-                {"/1/2/3", "/@v/@v/@v", 0, {{"v", "1,2,3"}}},
-                {"//other//7?id=9", "/dev/@id", 0, {{"id", "7"}}},
-                {"/1", "/@a/@b", 0, {{"a", "1"}}},
-                {"/1", "/@:", 0, {{":", "1"}}},
-                {"/", "/@a", -1, {}},
-                {"/1", "///", -1, {}}};
-    for (const auto &r : rows) {
-        uList *list = reinterpret_cast<uList *>(1);
-        EXPECT_EQ(uParaUrlGetVariablesFromRestfulUrl(r.url, r.templ, &list), r.result) << r.url;
-        Pairs pairs;
-        for (uListNode *node = list != nullptr && r.result == 0 ? list->head : nullptr; node;
-             node = node->next) {
-            const auto *pair = static_cast<const UParaUrlPair *>(node->data);
-            pairs.emplace_back(pair->key, pair->value);
-        }
-        EXPECT_EQ(pairs, r.pairs) << r.url << " " << r.templ;
-        if (r.result == 0) {
-            uParaUrlQueryListDestroy(list);
-        }
+// "<result>:" and each pair as " key=value".
+std::string variables(const char *url, const char *templ) {
+    uList *list = reinterpret_cast<uList *>(1);
+    const int32_t result = uParaUrlGetVariablesFromRestfulUrl(url, templ, &list);
+    std::string out = std::to_string(result) + ":";
+    for (uListNode *node = result == 0 && list != nullptr ? list->head : nullptr; node != nullptr;
+         node = node->next) {
+        const auto *pair = static_cast<const UParaUrlPair *>(node->data);
+        out += std::string(" ") + pair->key + "=" + pair->value;
     }
-    EXPECT_EQ(-1, uParaUrlGetVariablesFromRestfulUrl("/1", "/@a", nullptr));
+    if (result == 0) {
+        uParaUrlQueryListDestroy(list);
+    }
+    return out;
+}
+
+TEST(RestfulTemplate, Variables) {
+    pu::test::checkRows({
+        // Literal segments are not compared; the query and empty segments do not count; a name
+        // met again collects its values.
+        PU_ROW(variables("/dev/3/ch/5", "/dev/@id/ch/:ch"), "0: id=3 ch=5"),
+        PU_ROW(variables("/1/2/3", "/@v/@v/@v"), "0: v=1,2,3"),
+        PU_ROW(variables("//other//7?id=9", "/dev/@id"), "0: id=7"),
+        PU_ROW(variables("/1", "/@a/@b"), "0: a=1"),
+        PU_ROW(variables("/1", "/@:"), "0: :=1"),
+        PU_ROW(variables("/", "/@a") + variables("/1", "///"), "-1:-1:"),
+        PU_ROW(uParaUrlGetVariablesFromRestfulUrl("/1", "/@a", nullptr), -1),
+    });
 }
 
 } // namespace

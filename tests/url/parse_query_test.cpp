@@ -44,6 +44,7 @@ std::string parsed(const std::string &url) {
 TEST(UrlParse, ComponentsAndRebuild) {
     const std::pair<std::string, std::string> rows[] = {
         {"http://u:p@192.168.1.10:8080/a/b?x=1#top", "http|u|p|192.168.1.10|8080|a/b|x=1|top"},
+        {"http://h.com?q=1#f", "http|-|-|h.com|-|-|q=1|f"},
         {"http://h.com#f?x", "http|-|-|h.com|-|-|-|f?x"},
         {"http://h.com/", "http|-|-|h.com|-||-|-"},
         {"user@host.com", "-|user|-|host.com|-|-|-|-"},
@@ -188,6 +189,8 @@ TEST(UrlQuery, ValuesReadFromQueries) {
     char value[8];
     pu::test::checkRows(
         {PU_ROW(uParaUrlGetInt("x=1&ax=5&a=7", "a", -1), 7),
+         PU_ROW(uParaUrlGetInt("http://h/p?a=5&b=6", "b", -1), 6),
+         PU_ROW(uParaUrlGetInt("a&b=1", "a", -1), -1),
          PU_ROW(uParaUrlGetInt("ba=5", "a", -1), -1),
          PU_ROW(uParaUrlGetInt("b=a=5", "a", -1), -1),
          PU_ROW(uParaUrlGetInt("a=&b=2", "a", -1), 0),
