@@ -192,6 +192,7 @@ TEST(StrWchar, BuiltInOperatorsAndRegistration) {
         // The built-in operators need room for the terminator.
         PU_ROW((uStrToUppercase("ab-x", dst, 5), dst), "AB-X"),
         PU_ROW(uStrToLowercase("ABCD", dst, 4), -1),
+        PU_ROW(uStrToUppercase(nullptr, dst, 5) + uStrToLowercase("a", nullptr, 5), -2),
         // Registered operators replace them, a copy of the table is taken, null disables and a
         // null table is ignored.
         PU_ROW((uStrRegisterWcharOperator(&ops), ops.toUppercase = nullptr,
