@@ -40,15 +40,6 @@ std::string settled(Operation op, std::int32_t id) {
     return result + newCodes(id);
 }
 
-// Parts joined in the order written (the elements of a braced list are evaluated in order).
-std::string inOrder(std::initializer_list<std::string> parts) {
-    std::string out;
-    for (const std::string &part : parts) {
-        out += part;
-    }
-    return out;
-}
-
 class IntervalPlans : public TimerTest {
   protected:
     void SetUp() override {
@@ -82,8 +73,9 @@ std::int32_t planIn(State state) {
 // delete's, then whether the plan still exists. Destroys the plan.
 std::string fingerprint(std::int32_t id) {
     advance(10'000);
-    const std::string out =
-        inOrder({newCodes(id), "/", settled(kResume, id), "/", settled(kDel, id), "/"});
+    std::string out = newCodes(id) + "/";
+    out += settled(kResume, id) + "/";
+    out += settled(kDel, id) + "/";
     LogCapture log;
     uIntervalPlanResume(id);
     return out + (log.count(2, kModule, "uIntervalPlanResume, invaild task!") == 0 ? "e" : "");

@@ -219,6 +219,14 @@ TEST_F(Plans, RefusedInput) {
     });
 }
 
+// Added in the last second of its period, a random start has only that second to draw from.
+TEST_F(Plans, RandomStartInTheLastSecondOfItsPeriod) {
+    setNow(nov(23, 9));
+    uTimePlanInfo info = planInfo("08:00", "09:00", 1, 1);
+    info.randomStart = 1;
+    EXPECT_GT(add(info), 0);
+}
+
 TEST_F(Plans, NothingBeforeInitAndTimersOfReleasedPlansFireIntoNothing) {
     setNow(nov(23, 9, 59, 58));
     ASSERT_GT(add(planInfo("10:00", "11:00", 1, 1)), 0);
