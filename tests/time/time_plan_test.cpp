@@ -163,6 +163,22 @@ TEST_F(Plans, OverlappingPausesHoldARunningPlanUntilTheLastEnds) {
           }}});
 }
 
+// A pause its end timer has ended is over: deleting it later must not end another pause's hold.
+TEST_F(Plans, DeletingAnEndedPauseLeavesTheOthersInForce) {
+    std::int32_t p = 0, a = 0;
+    setNow(nov(23, 23, 59, 50));
+    LogCapture quiet;
+    run({{0,
+          nov(24, 0, 0, 5),
+          {{E + 1, nov(23, 23, 59, 50)}},
+          [&] {
+              p = add(planInfo("23:00", "01:00", 1, 1), kitchen_);
+              a = pause("kitchen", "2026-11-23", "2026-11-24"); // until the 24th begins
+              pause("kitchen", "2026-11-23", "2026-11-25");
+          }},
+         {0, nov(24, 0, 0, 10), {}, [&] { unpause("kitchen", a), expectStatus(p, 1)(); }}});
+}
+
 // Plans join a group by its exact name, while pauses find their group ignoring case: a pause
 // given as "kitchen" joins the group first made as "KITCHEN", which holds only plans of
 // "KITCHEN". Callers must spell a group the same way in plans and the pause that creates it.

@@ -89,8 +89,6 @@ TEST_F(TimerTest, SecondsAndCalendarTimesInThirtyTwoBits) {
         SCOPED_TRACE(r.seconds);
         const auto s = static_cast<std::uint32_t>(r.seconds);
         EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSec(record, tag(1), s))), r.bySeconds);
-        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSecWithWakeup(nullptr, nullptr, s))),
-                  r.bySeconds);
         const std::uint32_t before = uTimerRemainGet(refreshed);
         uTimerRefreshSec(refreshed, s);
         EXPECT_EQ(uTimerRemainGet(refreshed), r.bySeconds != 0 ? r.bySeconds : before);
@@ -242,13 +240,17 @@ TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
     // Wall clock moved by 32 s against 30 s of timer time: within a tenth, nothing moves. Set an
     // hour forward: each timer goes to its calendar time, one already past to 0, one with less
     // than 1 s left is left alone (one with 1 s left is moved). Exactly a tenth (33 s against 30 s)
-    // counts as setting it.
+    // counts as setting it. The task itself re-synchronises once 30 s of timer time have passed
+    // (exactly 30 s included).
     run({{500, 0, {}},
          {0, 0, {}, setClock(t0 + 32, 7'199'500)},
          {0, 0, {}, [&] { uTimerRefresh(oneSecond, 1000); }},
          {500, 0, {{2}, {4}, {5}}, setClock(t0 + 32 + 3600, 3'568'000)},
          {0, 0, {}, [&] { uTimerRefresh(twoHours, 1'000'000); }},
-         {0, 0, {}, setClock(t0 + 32 + 3600 + 33, 3'535'000)}});
+         {0, 0, {}, setClock(t0 + 32 + 3600 + 33, 3'535'000)},
+         {28'999, 0, {}, [] { setWallClock(t0 + 32 + 3600 + 33 + 600); }},
+         {1, 0, {}, [&] { EXPECT_EQ(uTimerRemainGet(twoHours), 3'506'001U); }}});
+    EXPECT_EQ(uTimerRemainGet(twoHours), 2'935'000U);
 }
 
 // Several threads add, refresh and delete timers while heartbeats expire them: every timer not
