@@ -17,29 +17,13 @@ std::time_t at(int y, int mo, int d, int h = 8, int mi = 0, int s = 0) {
     return localAt(y, mo, d, h, mi, s);
 }
 
-TEST(TimePlanCalendar, MonthLengthsAndTmCompare) {
+TEST(TimePlanCalendar, MonthLengths) {
     const std::int32_t days[][3] = {{2000, 1, 29},  {1900, 1, 28},  {2024, 1, 29},
                                     {2023, 1, 28},  {2023, 11, 31}, {2023, 12, -1},
                                     {2023, -1, -1}, {-1, 0, -1}}; // by 400, by 100 only
     for (const auto &[year, month, n] : days) {
         EXPECT_EQ(uTimePlanMonthMaxDay(year, month), n) << year << "-" << month;
     }
-    // Only year, month, day, hour, minute and second count, each outweighing the ones after it.
-    const std::tm base{30, 20, 10, 15, 5, 126, 1, 100, 0, 0, nullptr};
-    int std::tm::*fields[] = {&std::tm::tm_year, &std::tm::tm_mon, &std::tm::tm_mday,
-                              &std::tm::tm_hour, &std::tm::tm_min, &std::tm::tm_sec};
-    for (int std::tm::*field : fields) {
-        std::tm later = base;
-        later.*field += 1;
-        later.tm_sec -= field == &std::tm::tm_sec ? 0 : 59;
-        EXPECT_EQ(
-            std::vector({uTimePlanTmCompare(&later, &base), uTimePlanTmCompare(&base, &later)}),
-            std::vector({1, -1}));
-    }
-    const std::tm other{30, 20, 10, 15, 5, 126, 5, 7, 1, 0, nullptr};
-    EXPECT_EQ(std::vector({uTimePlanTmCompare(&other, &base), uTimePlanTmCompare(nullptr, &base),
-                           uTimePlanTmCompare(&base, nullptr)}),
-              std::vector({0, 0, 0}));
 }
 
 std::function<std::time_t()> parse(const char *s, int timeOnly = 1) {
@@ -78,33 +62,27 @@ TEST(TimePlanCalendar, StringsCompositionAndSteps) {
     const std::time_t mon = at(2026, 11, 23, 10);
     check({
         {"time of day", mon, parse("08:30"), at(2026, 11, 23, 8, 30)},
+        {"null", mon, parse(nullptr), kFails},
         {"24:00 is tomorrow", mon, parse("24:00"), at(2026, 11, 24, 0)},
         {"seconds above 59 count as 0", mon, parse("08:30:75"), at(2026, 11, 23, 8, 30)},
         {"minute 60", mon, parse("23:60"), kFails, 1},
-        {"hour 25", mon, parse("25:00"), kFails, 1},
         {"once: always this year", mon, parse("12-31-23:59", 0), at(2026, 12, 31, 23, 59)},
         {"month 0 normalised", mon, parse("00-10-08:00", 0), at(2025, 12, 10)},
         {"24:01 of Dec 31", mon, parse("12-31-24:01", 0), at(2027, 1, 1, 0, 1)},
         {"month 13", mon, parse("13-01-08:00", 0), kFails},
-        {"day 32", mon, parse("02-32-08:00", 0), kFails},
         {"date: now's time of day", mon, date("2026-12-25"), at(2026, 12, 25, 10)},
-        {"date day 32", mon, date("2026-12-32"), kFails},
         {"weekly today, even past", mon, compose("08:00", 2, 1), at(2026, 11, 23)},
         {"weekly 0 is Sunday", mon, compose("08:00", 2, 0), at(2026, 11, 29)},
         {"on a Sunday 7 is next week", at(2026, 11, 29, 10), compose("08:00", 2, 7),
          at(2026, 12, 6)},
-        {"weekly across the year end", at(2026, 12, 31), compose("08:00", 2, 2), at(2027, 1, 5)},
         {"monthly 31 skips November", mon, compose("08:00", 3, 31), at(2026, 12, 31)},
-        {"monthly 31 skips April", at(2027, 4, 10), compose("08:00", 3, 31), at(2027, 5, 31)},
         {"past December: February", at(2026, 12, 15), compose("08:00", 3, 10), at(2027, 2, 10)},
         {"February too short", at(2026, 12, 31), compose("08:00", 3, 30), at(2027, 3, 30)},
         {"daily with a date", mon, compose("08:00", 1, 1), kFails, 1},
-        {"day 32", mon, compose("08:00", 3, 32), kFails, 1},
         {"once", mon, compose("11-24-08:00", 0, 0), at(2026, 11, 24)},
         {"daily over the year end", 0, next(at(2026, 12, 31), 1), at(2027, 1, 1)},
         {"monthly 31 skips February", 0, next(at(2027, 1, 31), 3), at(2027, 3, 31)},
         {"monthly out of December skips January", 0, next(at(2026, 12, 5), 3), at(2027, 2, 5)},
-        {"and February", 0, next(at(2027, 12, 31), 3), at(2028, 3, 31)},
         {"unknown never steps", 0, next(at(2026, 11, 23), 4), at(2026, 11, 23)},
     });
     setZone(kBerlin);
@@ -113,8 +91,6 @@ TEST(TimePlanCalendar, StringsCompositionAndSteps) {
         {"autumn day is 25 h", 0, next(at(2026, 10, 24), 1), at(2026, 10, 24) + 25 * 3600},
         {"monthly over autumn", 0, next(at(2026, 10, 15), 3), at(2026, 11, 15)},
         {"parsed before the change", at(2026, 3, 29, 1), parse("08:00"), at(2026, 3, 29)},
-        {"composed before the change", at(2026, 10, 25, 1), compose("08:00", 1, 0),
-         at(2026, 10, 25)},
     });
 }
 
@@ -122,12 +98,9 @@ TEST(TimePlanCalendar, DatesCompareByLocalDay) {
     setZone(kBerlin);
     const std::time_t lateUtc = 1795476600; // 2026-11-23 23:30 UTC, already the 24th here
     const std::time_t rows[][3] = {{lateUtc, at(2026, 11, 24, 0, 45), 0},
-                                   {lateUtc, at(2026, 11, 24, 23, 59), 0},
                                    {lateUtc, at(2026, 11, 25, 0), -1},
                                    {lateUtc, at(2026, 11, 23, 23, 59), 1},
-                                   {at(2027, 1, 1, 0), at(2026, 12, 31, 23), 1},
-                                   {-1, lateUtc, -1},
-                                   {lateUtc, -1, -1}};
+                                   {-1, lateUtc, -1}};
     for (const auto &[a, b, order] : rows) {
         EXPECT_EQ(timePlanDateCompare(a, b), order) << a << " " << b;
     }
@@ -143,9 +116,8 @@ TEST(TimePlanCalendar, Periods) {
         std::time_t from, to; // kFails: the calculation fails
         int logs = 0;
     } rows[] = {
-        {t(24, 2), "22:00", "06:00", 1, t(23, 22), t(24, 6)}, // inside, begun yesterday
-        {t(24, 6), "22:00", "06:00", 1, t(24, 22), t(25, 6)}, // at the end: the next
-        {t(24, 7), "11-24-22:00", "11-24-06:00", 0, t(24, 22), t(25, 6)},
+        {t(24, 2), "22:00", "06:00", 1, t(23, 22), t(24, 6)},             // inside, begun yesterday
+        {t(24, 6), "22:00", "06:00", 1, t(24, 22), t(25, 6)},             // at the end: the next
         {t(25, 6), "11-24-22:00", "11-24-06:00", 0, t(24, 22), t(25, 6)}, // its last second
         {t(23, 8, 30), "08:00", "09:00", 1, t(23, 8), t(23, 9)},          // open: past start kept
         {t(23, 9), "08:00", "09:00", 1, t(23, 8), t(23, 9)},              // its last second
@@ -154,8 +126,8 @@ TEST(TimePlanCalendar, Periods) {
         {t(23, 10), "10:00", "", 1, t(23, 10), 0},
         {t(23, 9), "11-23-09:30", "11-23-10:00", 0, t(23, 9, 30), t(23, 10)},
         {t(23, 10), "11-23-08:00", "11-23-09:00", 0, kFails, kFails}, // once plans over
-        {t(23, 10), "11-22-22:00", "11-22-06:00", 0, kFails, kFails},
         {t(23, 10), "08:00", "23:60", 1, kFails, kFails, 2},
+        {t(23, 10), "8", "", 1, kFails, kFails, 1},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(testing::Message() << r.start << "-" << r.end << " at " << r.now);
@@ -168,12 +140,8 @@ TEST(TimePlanCalendar, Periods) {
         EXPECT_EQ(log.countContaining("platform.utils.timePlan", ""), r.logs);
     }
     setWallClock(0);
-    const uTimePlanInfo info = planInfo("08:00", "09:00", 1, 0);
     std::time_t x = 0;
-    EXPECT_EQ(std::vector({timePlanTimeCalculation(nullptr, &x, &x),
-                           timePlanTimeCalculation(&info, nullptr, &x),
-                           timePlanTimeCalculation(&info, &x, nullptr)}),
-              std::vector({-1, -1, -1}));
+    EXPECT_EQ(timePlanTimeCalculation(nullptr, &x, &x), -1);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Plans and pause groups on the simulated clock: when their callbacks run, plans added inside
-// their period, once plans, date ranges, pauses holding and resuming plans, time changes, ids,
-// and refused input.
+// their period, once plans, pauses holding and resuming plans, time changes, ids, and refused
+// input.
 #include "timer_harness.hpp"
 
 #include <call_table.hpp>
@@ -104,9 +104,6 @@ class Plans : public TimerTest {
 TEST_F(Plans, Scenarios) {
     std::int32_t p = 0, q = 0;
     auto addP = [&](uTimePlanInfo info) { return [=, this, &p] { EXPECT_GT(p = add(info), 0); }; };
-    uTimePlanInfo dated = planInfo("08:00", "09:00", 1, 8);
-    std::snprintf(dated.startDate, sizeof dated.startDate, "2026-11-24");
-    std::snprintf(dated.endDate, sizeof dated.endDate, "2026-11-25");
     const auto addOnce = [&] {
         q = freePlanIds();
         add(planInfo("11-23-10:00:05", "11-23-10:00:10", 0, 1));
@@ -142,79 +139,44 @@ TEST_F(Plans, Scenarios) {
          {{4000, 0, {}, addP(planInfo("10:00:05", "", 1, 4))},
           {0, nov(25, 10, 0, 30), {}, [&] { setNow(nov(23, 10, 0, 6)); }},
           {0, nov(26, 10, 0, 5), {{4, nov(26, 10, 0, 5)}}, lateClock}}},
-        {"a date range limits the days; the plan is kept after it",
-         nov(23, 7, 59, 55),
-         {{0, nov(23, 9, 0, 5), {}, addP(dated)},
-          {0, nov(24, 8), {{8, nov(24, 8)}}},
-          {0, nov(24, 9), {{E + 8, nov(24, 9)}}},
-          {0, nov(25, 8), {{8, nov(25, 8)}}},
-          {0, nov(25, 9), {{E + 8, nov(25, 9)}}},
-          {0, nov(26, 9, 0, 1), {}},
-          {0, nov(26, 9, 0, 2), {}, expectStatus(p, 1, nov(27, 8))}}},
-        {"monthly, further than the longest timer",
-         nov(23, 10),
-         {{0, nov(23, 10) + 2'000'000, {}, addP(planInfo("09:00", "09:30", 3, 5, 23))},
-          {0, localAt(2026, 12, 23, 9), {{5, localAt(2026, 12, 23, 9)}}}}},
-        {"deleting a running plan ends it on the caller",
-         nov(23, 9, 59, 58),
-         {{0, nov(23, 10, 0, 1), {{3, nov(23, 10)}}, addP(planInfo("10:00", "11:00", 1, 3))},
-          {0,
-           nov(23, 11, 0, 1),
-           {{E + 3, nov(23, 10, 0, 1)}},
-           [&] { uTimePlanDel(p), uTimePlanDel(p); }}}},
     });
 }
 
-TEST_F(Plans, PauseScenarios) {
+// A pause ends a running plan of its group; the plan resumes when the last pause over it ends.
+TEST_F(Plans, OverlappingPausesHoldARunningPlanUntilTheLastEnds) {
     std::int32_t p = 0, a = 0, b = 0;
-    // A daily plan of group "kitchen" from 08:00 to 09:00, running since 08:00.
-    const Step running{0, nov(23, 8), {{1, nov(23, 8)}}, [&] {
-                           p = add(planInfo("08:00", "09:00", 1, 1), kitchen_);
-                       }};
     const auto overlapping = [&] {
         a = pause("kitchen", "2026-11-23", "2026-11-25");
         b = pause("Kitchen", "2026-11-22", "2026-11-24"); // the same group
         EXPECT_NE(a, b);
     };
-    const auto pauseFromMidnight = [&] {
-        p = add(planInfo("23:59:50", "00:00:10", 1, 2), kitchen_);
-        pause("kitchen", "2026-11-24", "2026-11-25");
-    };
-    const auto longPause = [&] {
-        add(planInfo("00:00:05", "00:00:15", 1, 6), kitchen_);
-        pause("kitchen", "2026-11-24", "2026-12-31");
-    };
-    const auto dec31 = [](int second) { return localAt(2026, 12, 31, 0, 0, second); };
-    scenarios({
-        {"a pause ends a running plan and its end resumes it",
-         nov(23, 7, 59, 58),
-         {running,
-          {20'000,
-           0,
-           {{E + 1, nov(23, 8)}},
-           [&] { a = pause("kitchen", "2026-11-23", "2026-11-24"); }},
-          {0,
-           nov(23, 8, 0, 20),
-           {{1, nov(23, 8, 0, 20)}},
-           [&] { expectStatus(p, 1)(), unpause("kitchen", a); }},
-          {0, nov(23, 9), {{E + 1, nov(23, 9)}}, expectStatus(p, 2)}}},
-        {"overlapping pauses hold until the last ends",
-         nov(23, 7, 59, 58),
-         {running,
-          {0, nov(23, 8, 10), {{E + 1, nov(23, 8)}}, overlapping},
-          {0, 0, {}, [&] { unpause("KITCHEN", a), expectStatus(p, 1)(); }},
-          {0, 0, {{1, nov(23, 8, 10)}}, [&] { unpause("kitchen", b), expectStatus(p, 2)(); }}}},
-        {"pauses begin and end by their timers",
-         nov(23, 23, 59, 45),
-         {{0, nov(24, 0, 0, 5), {{2, nov(23, 23, 59, 50)}, {E + 2, nov(24, 0)}}, pauseFromMidnight},
-          {0, nov(24, 23, 59, 55), {}}, // held through the next start
-          {0, nov(25, 0, 0, 15), {{2, nov(25, 0)}, {E + 2, nov(25, 0, 0, 10)}}}}},
-        {"a pause longer than the longest timer ends on time",
-         nov(23, 10),
-         {{0, nov(24, 0, 0, 20) + 2'000'000, {}, longPause},
-          {0, dec31(4), {}},
-          {0, dec31(20), {{6, dec31(5)}, {E + 6, dec31(15)}}}}},
-    });
+    setNow(nov(23, 7, 59, 58));
+    LogCapture quiet;
+    run({{0,
+          nov(23, 8),
+          {{1, nov(23, 8)}},
+          [&] { p = add(planInfo("08:00", "09:00", 1, 1), kitchen_); }},
+         {0, nov(23, 8, 10), {{E + 1, nov(23, 8)}}, overlapping},
+         {0, 0, {}, [&] { unpause("KITCHEN", a), expectStatus(p, 1)(); }},
+         {0, nov(23, 9), {{1, nov(23, 8, 10)}, {E + 1, nov(23, 9)}}, [&] {
+              unpause("kitchen", b), expectStatus(p, 2)();
+          }}});
+}
+
+// A pause its end timer has ended is over: deleting it later must not end another pause's hold.
+TEST_F(Plans, DeletingAnEndedPauseLeavesTheOthersInForce) {
+    std::int32_t p = 0, a = 0;
+    setNow(nov(23, 23, 59, 50));
+    LogCapture quiet;
+    run({{0,
+          nov(24, 0, 0, 5),
+          {{E + 1, nov(23, 23, 59, 50)}},
+          [&] {
+              p = add(planInfo("23:00", "01:00", 1, 1), kitchen_);
+              a = pause("kitchen", "2026-11-23", "2026-11-24"); // until the 24th begins
+              pause("kitchen", "2026-11-23", "2026-11-25");
+          }},
+         {0, nov(24, 0, 0, 10), {}, [&] { unpause("kitchen", a), expectStatus(p, 1)(); }}});
 }
 
 // Plans join a group by its exact name, while pauses find their group ignoring case: a pause
@@ -253,35 +215,32 @@ TEST_F(Plans, PlansAndPausesShareTheThousandIds) {
 TEST_F(Plans, RefusedInput) {
     setNow(nov(23, 10));
     LogCapture log;
-    uTimePlanInfo noStart = planInfo("08:00", "09:00", 1, 1), noEndCb = noStart;
+    uTimePlanInfo noStart = planInfo("08:00", "09:00", 1, 1);
     noStart.startCb = nullptr;
-    noEndCb.endCb = nullptr; // optional
     uTimePlanPauseInfo typed = pauseReq("kitchen", "2026-11-23", "2026-11-24"),
                        unterminated = typed;
     typed.pauseType = 1;
     std::memset(unterminated.pauseStartTime, '1', sizeof unterminated.pauseStartTime);
     std::memset(unterminated.pauseEndTime, '2', sizeof unterminated.pauseEndTime);
-    const auto paused = [&](const char *group, const char *from, const char *to) {
-        return pause(group, from, to);
-    };
     checkRows({
         PU_ROW(uTimePlanAdd(nullptr), 0),
         PU_ROW(uTimePlanAdd(&noStart), 0),
-        PU_ROW(uTimePlanAdd(&noEndCb) > 0, true),
         PU_ROW(add(planInfo("08:00", "09:00", 1, 1, 2)), 0), // daily with a day
         PU_ROW(uTimePlanPauseAdd(nullptr), -1),
         PU_ROW(uTimePlanPauseAdd(&typed), 0),
         PU_ROW(uTimePlanPauseAdd(&unterminated), -1),
-        PU_ROW(paused(nullptr, "2026-11-23", "2026-11-24"), -1),
-        PU_ROW(paused("kitchen", "2026-02-30", "2026-11-24"), -1),
-        PU_ROW(paused("kitchen", "2026-11-25", "2026-11-24"), -1),
-        PU_ROW(paused("kitchen", "2026-11-25", "2026-11-25") > 0, true),
-        PU_ROW(paused("kitchen", "2026/11/25", "2026/11/26") > 0, true),
-        PU_ROW(status(999), 0),
+        PU_ROW(pause("kitchen", "2026-02-30", "2026-11-24"), -1),
+        PU_ROW(pause("kitchen", "2026-11-25", "2026-11-24"), -1),
+        PU_ROW(pause("kitchen", "2026-11-25", "2026-11-25") > 0, true),
     });
-    uTimePlanStatusQuery(1, nullptr, nullptr, nullptr);
-    uTimePlanPauseDel(nullptr); // deleting what does not exist does nothing
-    unpause("nobody", 999);
+}
+
+// Added in the last second of its period, a random start has only that second to draw from.
+TEST_F(Plans, RandomStartInTheLastSecondOfItsPeriod) {
+    setNow(nov(23, 9));
+    uTimePlanInfo info = planInfo("08:00", "09:00", 1, 1);
+    info.randomStart = 1;
+    EXPECT_GT(add(info), 0);
 }
 
 TEST_F(Plans, NothingBeforeInitAndTimersOfReleasedPlansFireIntoNothing) {

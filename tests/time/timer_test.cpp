@@ -25,10 +25,11 @@ auto remain(int slot, std::uint32_t ms) {
     return [=] { EXPECT_EQ(uTimerRemainGet(id[slot]), ms) << "timer " << slot; };
 }
 
+// Ordering among live timers is the model test's; these are the rules around it.
 TEST_F(TimerTest, Scenarios) {
     Timers t;
-    const auto addInDisorder = [&] {
-        id[1] = t.add(300, 1), t.add(100, 2), t.add(200, 3), t.add(200, 4), t.add(0, 5);
+    const auto zeroAndRefused = [&] {
+        t.add(100, 2), t.add(0, 5);
         EXPECT_EQ(t.add(-1, 6), 0U);
         EXPECT_EQ(t.keep(uTimerAddWithWakeup(record, tag(6), INT64_MIN)), 0U);
     };
@@ -36,14 +37,6 @@ TEST_F(TimerTest, Scenarios) {
         remain(1, 750)();
         uTimerRefresh(id[1], 300), uTimerRefresh(id[1], -1), uTimerRefresh(0xFFFFFFF0U, 10);
         remain(1, 300)(), remain(2, 350)();
-    };
-    const auto deleteTwo = [&] {
-        id[1] = t.add(100, 1), id[2] = t.add(200, 2), id[3] = t.add(300, 3);
-        uTimerDel(id[2]), uTimerDel(id[2]), uTimerDel(0), uTimerDel(id[1]);
-        remain(2, 0)(), remain(3, 300)();
-    };
-    const auto withNull = [&] {
-        id[1] = t.keep(uTimerAdd(nullptr, tag(1), 10)), t.add(10, 2), t.add(20, 3);
     };
     const auto meddling = [&] {
         t.keep(uTimerAdd(deleteAndRefresh, nullptr, 100));
@@ -54,13 +47,7 @@ TEST_F(TimerTest, Scenarios) {
         std::vector<Step> steps;
     } scenarios[] = {
         // Even a pass that measured no time serves a delay of 0.
-        {"expiry order, refused delays, zero delay",
-         {{0, 0, {{5}}, addInDisorder},
-          {99, 0, {}},
-          {1, 0, {{2}}},
-          {100, 0, {{3}, {4}}},
-          {100, 0, {{1}}, remain(1, 100)},
-          {0, 0, {}, remain(1, 0)}}},
+        {"refused delays, zero delay", {{0, 0, {{5}}, zeroAndRefused}, {100, 0, {{2}}}}},
         {"delays use the low 32 bits",
          {{5, 0, {{1}}, [&] { t.add((std::int64_t{1} << 32) + 5, 1), t.add(10, 2); }},
           {5, 0, {{2}}}}},
@@ -70,9 +57,6 @@ TEST_F(TimerTest, Scenarios) {
           {299, 0, {}, refresh},
           {1, 0, {{1}}},
           {1000, 0, {{2}}}}},
-        {"deleting keeps the later timers on time", {{299, 0, {}, deleteTwo}, {1, 0, {{3}}}}},
-        {"a null callback expires like any other",
-         {{10, 0, {{2}}, withNull}, {10, 0, {{3}}, remain(1, 0)}}},
         {"callbacks may delete, refresh and add timers",
          {{100, 0, {{8}}, meddling},
           {50, 0, {{9}}, [&] { t.keep(follower), remain(2, 0)(), remain(3, 500)(); }},
@@ -95,20 +79,16 @@ TEST_F(TimerTest, SecondsAndCalendarTimesInThirtyTwoBits) {
         std::int64_t seconds;
         std::uint32_t bySeconds, byCalendar;
         bool outOfRange;
-    } rows[] = {{3, 3000, 3000, false},
-                {2'147'483, 2'147'483'000U, 2'147'483'000U, false},
+    } rows[] = {{2'147'483, 2'147'483'000U, 2'147'483'000U, false},
                 {2'147'484, 0, 0, true},
                 {4'294'968, 704, 0, true},
                 {-1, 0, 0, false},
-                {-2'147'483, 0, 0, false},
                 {-3'000'000, 1'294'967'296U, 0, true}}; // -3e9 + 2^32
     const std::uint32_t refreshed = t.add(100, 1);
     for (const auto &r : rows) {
         SCOPED_TRACE(r.seconds);
         const auto s = static_cast<std::uint32_t>(r.seconds);
         EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSec(record, tag(1), s))), r.bySeconds);
-        EXPECT_EQ(uTimerRemainGet(t.keep(uTimerAddSecWithWakeup(nullptr, nullptr, s))),
-                  r.bySeconds);
         const std::uint32_t before = uTimerRemainGet(refreshed);
         uTimerRefreshSec(refreshed, s);
         EXPECT_EQ(uTimerRemainGet(refreshed), r.bySeconds != 0 ? r.bySeconds : before);
@@ -171,12 +151,10 @@ TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
         {"first wake-up timer", w(0, 5000), 1, 0, 5000},
         {"earlier one", w(1, 3000), 1, 0, 3000},
         {"later one", w(2, 8000), 0, 0, 3000},
-        {"same expiry as the earliest", w(4, 3000), 1, 0, 3000},
         {"refreshed to the earliest", [] { uTimerRefresh(id[2], 300); }, 1, 0, 300},
         {"it expires: the next is armed", [] { advance(300); }, 1, 0, 2700},
-        {"deleting a later one", [] { uTimerDel(id[0]); }, 0, 0, 2700},
-        {"deleting the earliest", [] { uTimerDel(id[4]); }, 1, 0, 2700},
-        {"deleting the last", [] { uTimerDel(id[1]); }, 0, 1, -1},
+        {"deleting the earliest", [] { uTimerDel(id[1]); }, 1, 0, 4700},
+        {"deleting the last", [] { uTimerDel(id[0]); }, 0, 1, -1},
         {"calendar-bound",
          [&] {
              setWallClock(1'700'000'000), t.keep(uTimerEventAdd(nullptr, nullptr, 1'700'000'090));
@@ -213,8 +191,7 @@ TEST(TimerArithmetic, ElapsedTimeCarryAndJumps) {
         std::int32_t carry, adjusted, carryAfter;
     } rows[] = {
         {10, 100, 10, 1600, 1, 500, 600, 2, 100}, // a carry reaching 1100 us
-        {10, 1600, 10, 2600, 1, 0, 500, 1, 500},
-        {10, 0, 10, 2500, 2, 500, 500, 3, 0}, // exactly 1000 us already counts
+        {10, 0, 10, 2500, 2, 500, 500, 3, 0},     // exactly 1000 us already counts
         {10, 0, 10, 4000, 4, 0, -1500, 3, -500},
         {10, 900500, 12, 100000, 1199, 500, 0, 1199, 500}, // borrows
         {10, 999999, 11, 0, 0, 1, 0, 0, 1},
@@ -263,13 +240,17 @@ TEST_F(TimerTest, CalendarBoundTimersFollowTheWallClock) {
     // Wall clock moved by 32 s against 30 s of timer time: within a tenth, nothing moves. Set an
     // hour forward: each timer goes to its calendar time, one already past to 0, one with less
     // than 1 s left is left alone (one with 1 s left is moved). Exactly a tenth (33 s against 30 s)
-    // counts as setting it.
+    // counts as setting it. The task itself re-synchronises once 30 s of timer time have passed
+    // (exactly 30 s included).
     run({{500, 0, {}},
          {0, 0, {}, setClock(t0 + 32, 7'199'500)},
          {0, 0, {}, [&] { uTimerRefresh(oneSecond, 1000); }},
          {500, 0, {{2}, {4}, {5}}, setClock(t0 + 32 + 3600, 3'568'000)},
          {0, 0, {}, [&] { uTimerRefresh(twoHours, 1'000'000); }},
-         {0, 0, {}, setClock(t0 + 32 + 3600 + 33, 3'535'000)}});
+         {0, 0, {}, setClock(t0 + 32 + 3600 + 33, 3'535'000)},
+         {28'999, 0, {}, [] { setWallClock(t0 + 32 + 3600 + 33 + 600); }},
+         {1, 0, {}, [&] { EXPECT_EQ(uTimerRemainGet(twoHours), 3'506'001U); }}});
+    EXPECT_EQ(uTimerRemainGet(twoHours), 2'935'000U);
 }
 
 // Several threads add, refresh and delete timers while heartbeats expire them: every timer not
