@@ -134,5 +134,25 @@ TEST_F(IntervalPlans, RefusedInputAndIds) {
     EXPECT_EQ(uIntervalPlanInit(), 0);
 }
 
+// Uninit leaves waiting plans' timers armed: one that fires finds no plan, or a new plan that
+// was given its id, which it then starts.
+TEST_F(IntervalPlans, TimersOutliveTheService) {
+    const std::int32_t id = uIntervalPlanAdd(2, 1, record), other = uIntervalPlanAdd(2, 2, record);
+    for (std::int32_t plan : {id, other}) {
+        settled(kStart, plan), settled(kComplete, plan);
+    }
+    uIntervalPlanUninit();
+    {
+        LogCapture quiet;
+        advance(1000); // the first timer fires into nothing
+        EXPECT_EQ(newCodes(id), "");
+    }
+    ASSERT_EQ(uIntervalPlanInit(), 0);
+    EXPECT_EQ(std::vector({uIntervalPlanAdd(1, 1, record), uIntervalPlanAdd(1, 1, record)}),
+              std::vector({id, other}));
+    advance(1000); // the second timer starts the new plan that has its id
+    EXPECT_EQ(newCodes(id) + "/" + newCodes(other), "/0");
+}
+
 } // namespace
 } // namespace pu::test

@@ -17,13 +17,29 @@ std::time_t at(int y, int mo, int d, int h = 8, int mi = 0, int s = 0) {
     return localAt(y, mo, d, h, mi, s);
 }
 
-TEST(TimePlanCalendar, MonthLengths) {
+TEST(TimePlanCalendar, MonthLengthsAndTmCompare) {
     const std::int32_t days[][3] = {{2000, 1, 29},  {1900, 1, 28},  {2024, 1, 29},
                                     {2023, 1, 28},  {2023, 11, 31}, {2023, 12, -1},
                                     {2023, -1, -1}, {-1, 0, -1}}; // by 400, by 100 only
     for (const auto &[year, month, n] : days) {
         EXPECT_EQ(uTimePlanMonthMaxDay(year, month), n) << year << "-" << month;
     }
+    // Only year, month, day, hour, minute and second count, each outweighing the ones after it.
+    const std::tm base{30, 20, 10, 15, 5, 126, 1, 100, 0, 0, nullptr};
+    int std::tm::*fields[] = {&std::tm::tm_year, &std::tm::tm_mon, &std::tm::tm_mday,
+                              &std::tm::tm_hour, &std::tm::tm_min, &std::tm::tm_sec};
+    for (int std::tm::*field : fields) {
+        std::tm later = base;
+        later.*field += 1;
+        later.tm_sec -= field == &std::tm::tm_sec ? 0 : 59;
+        EXPECT_EQ(
+            std::vector({uTimePlanTmCompare(&later, &base), uTimePlanTmCompare(&base, &later)}),
+            std::vector({1, -1}));
+    }
+    const std::tm other{30, 20, 10, 15, 5, 126, 5, 7, 1, 0, nullptr};
+    EXPECT_EQ(std::vector({uTimePlanTmCompare(&other, &base), uTimePlanTmCompare(nullptr, &base),
+                           uTimePlanTmCompare(&base, nullptr)}),
+              std::vector({0, 0, 0}));
 }
 
 std::function<std::time_t()> parse(const char *s, int timeOnly = 1) {
