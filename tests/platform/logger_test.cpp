@@ -27,19 +27,6 @@ void collect(void *context, int level, const char *module, const char *message) 
     static_cast<Lines *>(context)->push_back(std::to_string(level) + "|" + module + "|" + message);
 }
 
-// Restores the level and removes the sinks whatever a test does.
-class Logger : public ::testing::Test {
-  protected:
-    void SetUp() override { saved_ = platformLogGetLevel(); }
-    void TearDown() override {
-        platformLogSetSink(nullptr, nullptr);
-        platformLogSetLevel(saved_);
-    }
-
-  private:
-    int saved_ = PLATFORM_LOG_WARNING;
-};
-
 // The setting is read when the logger is first used, so each row runs in a fresh process.
 TEST(LoggerEnvironment, LevelSettingAcceptsOnlyWholeNumbers) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -65,7 +52,7 @@ TEST(LoggerEnvironment, LevelSettingAcceptsOnlyWholeNumbers) {
 
 // Each row is logged twice: to stderr, then to the application's sink that replaces it. Lines
 // around the 1 KiB line buffer leave it for the heap.
-TEST_F(Logger, LevelLineFormatAndTheSinkWithoutTheNewline) {
+TEST(Logger, LevelLineFormatAndTheSinkWithoutTheNewline) {
     const std::string edge(1017, 'x'); // "3 m: " + 1017 + newline + terminator fill 1 KiB exactly
     const struct {
         int threshold, level;
@@ -95,6 +82,7 @@ TEST_F(Logger, LevelLineFormatAndTheSinkWithoutTheNewline) {
         }
         EXPECT_EQ(platformLogSetLevel(before), c.threshold) << "returns the previous";
     }
+    platformLogSetSink(nullptr, nullptr);
     EXPECT_EQ(basaltPrintLog(PLATFORM_LOG_ERROR, "m", nullptr), 0) << "no format, no line";
 }
 
