@@ -6,13 +6,10 @@
 
 #include <ufsm.h>
 #include <ulist.h>
-#include <umap.h>
-#include <uqueue.h>
 #include <uuniqueid.h>
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 
 namespace {
@@ -83,25 +80,5 @@ const AllocCase kCases[] = {
 class CoreAllocFailure : public testing::TestWithParam<AllocCase> {};
 
 PU_ALLOC_FAILURE_SWEEP(CoreAllocFailure, kCases);
-
-// Queues, block pools and id maps work in caller memory: they never allocate.
-TEST(CoreAllocFailure, QueuesPoolsAndMapsDoNotAllocate) {
-    const std::uint64_t before = pu::test::allocCalls();
-    struct {
-        void *link; // the queue's link word, just before the element
-        int element;
-    } item{};
-    uQm queue;
-    uQmInit(&queue);
-    uQmEnq(&queue, &item.element);
-    EXPECT_EQ(uQmDeq(&queue), &item.element);
-    alignas(void *) std::array<unsigned char, 4 * (16 + 2 * sizeof(void *))> memory{};
-    uBm pool;
-    uBmInitHeap(&pool, 4, 16, memory.data());
-    uBmFree(uBmAlloc(&pool));
-    const uMapValue values[] = {{1, 7}, {U_MAP_END_ID, 0}};
-    EXPECT_EQ(uMapValueById(values, 1), 7);
-    EXPECT_EQ(pu::test::allocCalls(), before);
-}
 
 } // namespace
