@@ -176,29 +176,27 @@ TEST(List, LockedListLosesAndDuplicatesNothing) {
 
 // Steps: "e<k>" enqueues item k, "d<k>" dequeues and expects item k, "d-" expects nothing.
 TEST(Queue, FifoAndRunningDry) {
-    for (const char *script : {"e0 e1 e2 d0 d1 d2 d- d-", "d- e0 d0 d- e1 e2 d1 e0 d2 d0 d-"}) {
-        struct {
-            void *link; // the caller's element: the link word first, the data after it
-            int value;
-        } items[3] = {};
-        uQm queue;
-        uQmInit(&queue);
-        int queued = 0;
-        std::istringstream steps(script);
-        for (std::string step; steps >> step;) {
-            void *item = step[1] == '-' ? nullptr : &items[step[1] - '0'].value;
-            if (step[0] == 'e') {
-                uQmEnq(&queue, item);
-                ++queued;
-            } else {
-                EXPECT_EQ(uQmDeq(&queue), item) << script << ": " << step;
-                queued -= item != nullptr;
-            }
-            EXPECT_EQ(queue.count, queued) << script << ": " << step;
-            EXPECT_EQ((queue.head == nullptr) + (queue.tail == nullptr), queued == 0 ? 2 : 0);
+    struct {
+        void *link; // the caller's element: the link word first, the data after it
+        int value;
+    } items[3] = {};
+    uQm queue;
+    uQmInit(&queue);
+    int queued = 0;
+    std::istringstream steps("d- e0 d0 d- e0 e1 e2 d0 d1 e0 d2 d0 d-");
+    for (std::string step; steps >> step;) {
+        void *item = step[1] == '-' ? nullptr : &items[step[1] - '0'].value;
+        if (step[0] == 'e') {
+            uQmEnq(&queue, item);
+            ++queued;
+        } else {
+            EXPECT_EQ(uQmDeq(&queue), item) << step;
+            queued -= item != nullptr;
         }
-        semDelete(queue.lock);
+        EXPECT_EQ(queue.count, queued) << step;
+        EXPECT_EQ((queue.head == nullptr) + (queue.tail == nullptr), queued == 0 ? 2 : 0) << step;
     }
+    semDelete(queue.lock);
     uQmInit(nullptr);
     uQmEnq(nullptr, nullptr);
     uBmFree(nullptr);
@@ -259,14 +257,10 @@ TEST(BlockPool, ConcurrentAllocFreeNeverSharesABlock) {
     pu::test::fanOut(4, [&](int t) {
         for (int i = 0; i < 20000; ++i) {
             void *blocks[3] = {uBmAlloc(&p.pool), uBmAlloc(&p.pool), uBmAlloc(&p.pool)};
-            for (void *block : blocks) {
+            for (void *block : blocks) { // the three are held together until their turn here
                 if (block != nullptr) {
                     shared += holders[p.indexOf(block)].fetch_add(1) != 0;
                     *static_cast<int *>(block) = t;
-                }
-            }
-            for (void *block : blocks) {
-                if (block != nullptr) {
                     holders[p.indexOf(block)].fetch_sub(1);
                     uBmFree(block);
                 }
