@@ -28,22 +28,18 @@ int handled(void *) {
 const AllocCase kCases[] = {
     {"ListInitAndAdd",
      [](const FailAlloc &fault) {
-         int a = 1, b = 2;
+         int a = 1;
          AllocSteps steps(fault);
          uList *list = uListInit(1);
          if (steps.failed(list == nullptr)) {
              return;
          }
-         const bool firstFailed = steps.failed(uListAppend(list, &a) < 0);
-         // The lock was given back and the chain is intact: adding again works, or fails alone.
-         const int32_t second = uListAdd(list, &b, 0);
-         if (!steps.failed(second < 0)) {
-             EXPECT_EQ(second, firstFailed ? 1 : 2);
-             EXPECT_EQ(uListFirst(list), &b);
+         if (steps.failed(uListAppend(list, &a) < 0)) {
+             // The lock was given back and the chain is intact: adding again works.
+             EXPECT_EQ(uListSize(list), 0);
+             ASSERT_EQ(uListAdd(list, &a, 0), 1);
          }
-         EXPECT_EQ(uListSize(list), (firstFailed ? 0 : 1) + (second < 0 ? 0 : 1));
-         while (uListRemove(list, 0) != nullptr) { // clearing would allocate
-         }
+         EXPECT_EQ(uListRemove(list, 0), &a); // clearing would allocate
          EXPECT_EQ(uListUninit(list), 0);
      }},
     {"StateMachineCreateAndAdd",
@@ -89,14 +85,12 @@ TEST(CheckedSize, AddMultiplyAndAllocateRefuseWhatTheSizesCannotHold) {
     const struct {
         CheckedSize a, b, sum, product;
     } cases[] = {
-        {kMax, 0, kMax, 0},
         {kMax, 1, kNone, kMax},
         {kMax - 1, 1, kMax, kMax - 1},
         {kMax / 2, kMax / 2 + 1, kMax, kNone},
         {kMax / 3, 3, kMax / 3 + 3, kMax},      // SIZE_MAX is divisible by 3 on both widths
         {kMax / 3 + 1, 3, kMax / 3 + 4, kNone}, // 3 * length + 1 of a 1.43 GB text on 32 bits
-        {kNone, 1, kNone, kNone},
-        {kNone, 0, kNone, kNone}, // nothing times 0 is still nothing
+        {kNone, 0, kNone, kNone},               // nothing times 0 is still nothing
     };
     for (const auto &c : cases) {
         const std::string at =
@@ -114,9 +108,6 @@ TEST(CheckedSize, AddMultiplyAndAllocateRefuseWhatTheSizesCannotHold) {
         EXPECT_EQ(pu::core::allocationSize(past + 3), std::nullopt); // not 3
         EXPECT_EQ(pu::core::allocate(past + 3), nullptr);
     }
-    char *copy = pu::core::copyText("abc");
-    EXPECT_STREQ(copy, "abc");
-    uFree(copy);
 }
 
 } // namespace
