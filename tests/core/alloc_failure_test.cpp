@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 // Every allocating operation of the core families, with each of its uMalloc calls failing in turn:
 // the documented failure value, nothing leaked, no lock left held, the structure still usable.
+// And the checked size arithmetic at the boundaries where size_t and uMalloc's 32-bit size wrap.
+#include "core/checked_size.hpp"
 #include "fail_alloc.hpp"
 #include "log_capture.hpp"
 
 #include <ufsm.h>
 #include <ulist.h>
-#include <umap.h>
-#include <uqueue.h>
 #include <uuniqueid.h>
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <cstdint>
 #include <string>
 
 namespace {
@@ -21,31 +21,25 @@ using pu::test::AllocCase;
 using pu::test::AllocSteps;
 using pu::test::FailAlloc;
 
-int gHandled = 0;
-int countCall(void *) {
-    ++gHandled;
+int handled(void *) {
     return 0;
 }
 
 const AllocCase kCases[] = {
     {"ListInitAndAdd",
      [](const FailAlloc &fault) {
-         int a = 1, b = 2;
+         int a = 1;
          AllocSteps steps(fault);
          uList *list = uListInit(1);
          if (steps.failed(list == nullptr)) {
              return;
          }
-         const bool firstFailed = steps.failed(uListAppend(list, &a) < 0);
-         // The lock was given back and the chain is intact: adding again works, or fails alone.
-         const int32_t second = uListAdd(list, &b, 0);
-         if (!steps.failed(second < 0)) {
-             EXPECT_EQ(second, firstFailed ? 1 : 2);
-             EXPECT_EQ(uListFirst(list), &b);
+         if (steps.failed(uListAppend(list, &a) < 0)) {
+             // The lock was given back and the chain is intact: adding again works.
+             EXPECT_EQ(uListSize(list), 0);
+             ASSERT_EQ(uListAdd(list, &a, 0), 1);
          }
-         EXPECT_EQ(uListSize(list), (firstFailed ? 0 : 1) + (second < 0 ? 0 : 1));
-         while (uListRemove(list, 0) != nullptr) { // clearing would allocate
-         }
+         EXPECT_EQ(uListRemove(list, 0), &a); // clearing would allocate
          EXPECT_EQ(uListUninit(list), 0);
      }},
     {"StateMachineCreateAndAdd",
@@ -55,13 +49,11 @@ const AllocCase kCases[] = {
          if (steps.failed(fsm == nullptr)) {
              return;
          }
-         if (steps.failed(uFsmAdd(fsm, 1, 2, countCall) != 0)) {
+         if (steps.failed(uFsmAdd(fsm, 1, 2, handled) != 0)) {
              EXPECT_EQ(uFsmExecute(fsm, 1, 2, nullptr), -1) << "no half-added row";
-             ASSERT_EQ(uFsmAdd(fsm, 1, 2, countCall), 0);
+             ASSERT_EQ(uFsmAdd(fsm, 1, 2, handled), 0);
          }
-         gHandled = 0;
          EXPECT_EQ(uFsmExecute(fsm, 1, 2, nullptr), 0);
-         EXPECT_EQ(gHandled, 1);
          EXPECT_EQ(uFsmDestroy(fsm), 0);
      }},
     {"UniqueIdRegistrationAndGrowth",
@@ -84,24 +76,38 @@ class CoreAllocFailure : public testing::TestWithParam<AllocCase> {};
 
 PU_ALLOC_FAILURE_SWEEP(CoreAllocFailure, kCases);
 
-// Queues, block pools and id maps work in caller memory: they never allocate.
-TEST(CoreAllocFailure, QueuesPoolsAndMapsDoNotAllocate) {
-    const std::uint64_t before = pu::test::allocCalls();
-    struct {
-        void *link; // the queue's link word, just before the element
-        int element;
-    } item{};
-    uQm queue;
-    uQmInit(&queue);
-    uQmEnq(&queue, &item.element);
-    EXPECT_EQ(uQmDeq(&queue), &item.element);
-    alignas(void *) std::array<unsigned char, 4 * (16 + 2 * sizeof(void *))> memory{};
-    uBm pool;
-    uBmInitHeap(&pool, 4, 16, memory.data());
-    uBmFree(uBmAlloc(&pool));
-    const uMapValue values[] = {{1, 7}, {U_MAP_END_ID, 0}};
-    EXPECT_EQ(uMapValueById(values, 1), 7);
-    EXPECT_EQ(pu::test::allocCalls(), before);
+using pu::core::CheckedSize;
+
+constexpr std::size_t kMax = SIZE_MAX;
+constexpr CheckedSize kNone = std::nullopt;
+
+TEST(CheckedSize, AddMultiplyAndAllocateRefuseWhatTheSizesCannotHold) {
+    const struct {
+        CheckedSize a, b, sum, product;
+    } cases[] = {
+        {kMax, 1, kNone, kMax},
+        {kMax - 1, 1, kMax, kMax - 1},
+        {kMax / 2, kMax / 2 + 1, kMax, kNone},
+        {kMax / 3, 3, kMax / 3 + 3, kMax},      // SIZE_MAX is divisible by 3 on both widths
+        {kMax / 3 + 1, 3, kMax / 3 + 4, kNone}, // 3 * length + 1 of a 1.43 GB text on 32 bits
+        {kNone, 0, kNone, kNone},               // nothing times 0 is still nothing
+    };
+    for (const auto &c : cases) {
+        const std::string at =
+            std::to_string(c.a.value_or(42)) + ", " + std::to_string(c.b.value_or(42));
+        EXPECT_EQ(pu::core::checkedAdd(c.a, c.b), c.sum) << at;
+        EXPECT_EQ(pu::core::checkedAdd(c.b, c.a), c.sum) << at;
+        EXPECT_EQ(pu::core::checkedMul(c.a, c.b), c.product) << at;
+        EXPECT_EQ(pu::core::checkedMul(c.b, c.a), c.product) << at;
+    }
+    const std::size_t past = std::size_t{UINT32_MAX} + (SIZE_MAX > UINT32_MAX ? 1 : 0);
+    EXPECT_EQ(pu::core::allocationSize(UINT32_MAX), UINT32_MAX);
+    EXPECT_EQ(pu::core::allocationSize(kNone), std::nullopt);
+    EXPECT_EQ(pu::core::allocate(kNone), nullptr);
+    if (past != UINT32_MAX) {
+        EXPECT_EQ(pu::core::allocationSize(past + 3), std::nullopt); // not 3
+        EXPECT_EQ(pu::core::allocate(past + 3), nullptr);
+    }
 }
 
 } // namespace

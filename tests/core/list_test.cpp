@@ -1,21 +1,24 @@
 // SPDX-License-Identifier: MIT
-// uList: position rules, removal, search and equality senses, clearing with release functions,
-// building at a remembered tail, and one locked list used by several threads.
+// The containers: uList's position rules, search and equality senses, clearing with release
+// functions; uQm's order and uBm's block order and owners; each shared by several threads.
+#include <platform_os.h>
 #include <ulist.h>
 #include <umem.h>
+#include <uqueue.h>
 #include <ustr.h>
 
 #include "call_table.hpp"
 #include "core/list_internal.hpp"
-#include "fail_alloc.hpp"
 #include "test_support.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <functional>
-#include <optional>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,31 +54,19 @@ std::string drain(uList *list) {
     return out;
 }
 
-TEST(List, AddFollowsThePositionRules) {
+// Adding: -1 and positions past the end append, other negatives insert after the first element.
+TEST(List, PositionRulesOfAddGetEolAndRemove) {
     const struct {
-        const char *before;
         int32_t pos;
-        const char *after;
+        const char *added, *got, *left; // got: null when nothing is there
     } cases[] = {
-        {"", 5, "x"},        {"", -2, "x"},       {"abc", 0, "xabc"},
-        {"abc", 1, "axbc"},  {"abc", 3, "abcx"},  {"abc", 4, "abcx"},
-        {"abc", -1, "abcx"}, {"abc", -2, "axbc"}, {"abc", INT32_MIN, "axbc"},
-        {"a", -7, "ax"},
+        {-1, "abcx", nullptr, "abc"},
+        {-2, "axbc", nullptr, "abc"},
+        {INT32_MIN, "axbc", nullptr, "abc"},
+        {0, "xabc", "a", "bc"},
+        {2, "abxc", "c", "ab"},
+        {3, "abcx", nullptr, "abc"},
     };
-    for (const auto &c : cases) {
-        uList *list = listOf(c.before);
-        EXPECT_EQ(uListAdd(list, letter('x'), c.pos), static_cast<int32_t>(std::strlen(c.after)));
-        EXPECT_EQ(drain(list), c.after) << c.before << " at " << c.pos;
-    }
-}
-
-TEST(List, RemoveGetAndEolAtEveryPosition) {
-    const struct {
-        int32_t pos;
-        const char *got; // null: nothing there
-        const char *left;
-    } cases[] = {
-        {-1, nullptr, "abc"}, {0, "a", "bc"}, {1, "b", "ac"}, {2, "c", "ab"}, {3, nullptr, "abc"}};
     for (const auto &c : cases) {
         uList *list = listOf("abc");
         const void *want = c.got == nullptr ? nullptr : letter(*c.got);
@@ -83,6 +74,9 @@ TEST(List, RemoveGetAndEolAtEveryPosition) {
         EXPECT_EQ(uListGet(list, c.pos), want) << c.pos;
         EXPECT_EQ(uListRemove(list, c.pos), want) << c.pos;
         EXPECT_EQ(drain(list), c.left) << c.pos;
+        list = listOf("abc");
+        EXPECT_EQ(uListAdd(list, letter('x'), c.pos), 4) << c.pos;
+        EXPECT_EQ(drain(list), c.added) << c.pos;
     }
 }
 
@@ -90,19 +84,14 @@ TEST(List, NullListOrElementIsRefused) {
     uList *list = listOf("ab");
     checkRows({
         PU_ROW(uListAdd(list, nullptr, 0), -1),
-        PU_ROW(uListAppend(nullptr, letter('a')), -1),
-        PU_ROW(uListSize(nullptr), -1),
-        PU_ROW(uListEol(nullptr, 0), 1),
+        PU_ROW(uListAppend(nullptr, letter('a')) + uListSize(nullptr), -2),
         PU_ROW(!uListGet(nullptr, 0) && !uListFirst(nullptr) && !uListRemove(nullptr, 0), true),
-        PU_ROW(uListPosGetByElement(nullptr, letter('a')), -1),
-        PU_ROW(uListPosGetByElement(list, nullptr), -1),
-        PU_ROW(uListSearch(list, nullptr, nullptr), -1),
-        PU_ROW(uListSearch(nullptr, letter('a'), nullptr), -1),
+        PU_ROW(uListPosGetByElement(nullptr, letter('a')) + uListSearch(nullptr, list, nullptr),
+               -2),
         PU_ROW(uListSpecialClear(nullptr, nullptr) + uListUninit(nullptr), 0),
         {"a list with nodes is refused", uListUninit(list), -1},
         {"and still usable",
-         (uListRemove(list, 0), uListRemove(list, 0), uListFirst(list) == nullptr), true},
-        {"once empty", uListAppend(list, letter('c')), 1},
+         (uListRemove(list, 0), uListRemove(list, 0), uListAppend(list, letter('c'))), 1},
         {"drained", drain(list), "c"},
     });
 }
@@ -113,47 +102,25 @@ int compareStrings(void *element, void *key) {
 int alwaysDifferent(void *, void *) {
     return 0;
 }
-int sameLength(void *a, void *b) {
-    return std::strlen(static_cast<char *>(a)) == std::strlen(static_cast<char *>(b));
-}
 
+// Search and position compare addresses unless a comparator is given; equality compares texts.
 TEST(List, SearchByIdentityOrComparatorAndEqualByTextOrPredicate) {
     char other[] = "b", missing[] = "z"; // other: equal text, another address
-    const struct {
-        void *key;
-        uListCompareFn compare;
-        int32_t search, byElement;
-    } searches[] = {
-        {other, nullptr, -1, -1},       {letter('b'), nullptr, 1, 1},
-        {other, compareStrings, 1, -1}, {missing, compareStrings, -1, -1},
-        {letter('c'), nullptr, 2, 2},   {letter('a'), compareStrings, 0, 0},
-    };
-    uList *list = listOf("abcb");
-    for (const auto &c : searches) {
-        EXPECT_EQ(uListSearch(list, c.key, c.compare), c.search) << static_cast<char *>(c.key);
-        EXPECT_EQ(uListPosGetByElement(list, c.key), c.byElement) << static_cast<char *>(c.key);
-    }
-    drain(list);
-    const struct {
-        const char *a, *b; // null: no list
-        uListEqualFn equal;
-        int32_t result;
-    } equals[] = {
-        {nullptr, nullptr, nullptr, 1},   {"", nullptr, nullptr, 0}, {nullptr, "", nullptr, 0},
-        {"", "", alwaysDifferent, 1},     {"ab", "a", nullptr, 0},   {"ab", "ab", nullptr, 1},
-        {"ab", "ab", alwaysDifferent, 0}, {"ab", "ax", nullptr, 0},  {"ab", "ax", sameLength, 1},
-    };
-    for (const auto &c : equals) {
-        // b's texts live elsewhere: texts compare by content, not by address.
-        uList *a = c.a != nullptr ? listOf(c.a, 0) : nullptr;
-        uList *b = c.b != nullptr ? listOf(c.b, 0, 1) : nullptr;
-        EXPECT_EQ(uListEqual(a, b, c.equal), c.result)
-            << pu::test::orNull(c.a) << " vs " << pu::test::orNull(c.b);
-        for (uList *l : {a, b}) {
-            if (l != nullptr) {
-                drain(l);
-            }
-        }
+    uList *list = listOf("abcb"), *empty = uListInit(0), *copy = listOf("abcb", 0, 1);
+    checkRows({
+        {"search by address", uListSearch(list, other, nullptr), -1},
+        {"position by address", uListPosGetByElement(list, letter('b')), 1},
+        {"search by comparator", uListSearch(list, other, compareStrings), 1},
+        {"no match", uListSearch(list, missing, compareStrings), -1},
+        {"equal by text", uListEqual(list, copy, nullptr), 1},
+        {"predicate decides", uListEqual(list, copy, alwaysDifferent), 0},
+        {"empty lists are equal", uListEqual(empty, empty, alwaysDifferent), 1},
+        {"lengths differ", (uListRemove(copy, 3), uListEqual(list, copy, nullptr)), 0},
+        {"a null list equals only null",
+         uListEqual(empty, nullptr, nullptr) + uListEqual(nullptr, nullptr, nullptr), 1},
+    });
+    for (uList *l : {list, empty, copy}) {
+        drain(l);
     }
 }
 
@@ -164,123 +131,115 @@ void recordRelease(void *element) {
 }
 
 TEST(List, ClearingReleasesEachElementOnceInOrder) {
-    const struct {
-        std::function<int32_t(uList *)> clear;
-        int32_t result;
-        std::vector<std::string> released;
-        std::size_t left;
-    } cases[] = {
-        {[](uList *l) { return uListSpecialClear(l, recordRelease); }, 0, {"one", "two", "six"}, 0},
-        {[](uList *l) { return uListSpecialClear(l, nullptr); }, 0, {}, 0}, // with uFree
-        {[](uList *l) { return uListRemoveAndFree(l, 1, recordRelease); }, 2, {"two"}, 2},
-        {[](uList *l) { return uListRemoveAndFree(l, 3, recordRelease); }, 3, {}, 3},
-        {[](uList *l) { return uListRemoveAndFree(l, 0, nullptr); }, 2, {}, 2},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(&c - cases);
-        gReleased.clear();
-        uList *list = uListInit(1);
-        for (const char *text : {"one", "two", "six"}) {
-            uListAppend(list, uStrGetCopy(text));
-        }
-        EXPECT_EQ(c.clear(list), c.result);
-        EXPECT_EQ(gReleased.values(), c.released);
-        EXPECT_EQ(pu::test::takeStrings(list).size(), c.left) << "the header stays usable";
+    gReleased.clear();
+    uList *list = uListInit(1);
+    for (const char *text : {"one", "two", "six"}) {
+        uListAppend(list, uStrGetCopy(text));
     }
+    checkRows({
+        {"remove and free one", uListRemoveAndFree(list, 1, recordRelease), 2},
+        {"past the end", uListRemoveAndFree(list, 2, recordRelease), 2},
+        {"clear the rest", uListSpecialClear(list, recordRelease), 0},
+        {"released once each, in order",
+         gReleased.values() == std::vector<std::string>{"two", "one", "six"}, true},
+        {"the header stays usable", (uListAppend(list, letter('a')), drain(list)), "a"},
+    });
 }
 
-// Steps: a letter is appended; '0' appends a null element; '!' appends 'F' with its node
-// allocation failing. Both refusals must leave the list and the tail as they were; '<' removes
-// the tail behind the builder's back and restarts it.
-TEST(ListBuilder, AppendsAtTheTailRefusesCleanlyAndRestarts) {
+struct Pool {
+    Pool(uint32_t count, uint32_t size) : size(size), memory(U_BM_HEAP_SIZE(count, size)) {
+        uBmInitHeap(&pool, count, size, memory.data());
+    }
+    ~Pool() { semDelete(pool.freeQueue.lock); }
+    void *block(int k) {
+        return memory.data() + k * (size + U_BM_BLOCK_OVERHEAD) + U_BM_BLOCK_OVERHEAD;
+    }
+    std::size_t indexOf(void *block) const {
+        return static_cast<std::size_t>(static_cast<char *>(block) - memory.data()) /
+               (size + U_BM_BLOCK_OVERHEAD);
+    }
+    uint32_t size;
+    std::vector<char> memory;
+    uBm pool{};
+};
+
+// Steps: "a<k>" allocates and expects block k, "a-" expects exhaustion, "f<k>" frees block k.
+// The free blocks wait in a uQm, so this is the queue's order and its running dry as well.
+TEST(BlockPool, AddressOrderFirstThenLeastRecentlyFreedToTheOwner) {
     const struct {
-        const char *before, *steps, *after;
-    } cases[] = {{"xy", "abc", "xyabc"},
-                 {"", "!a!bc", "abc"},
-                 {"ab", "0c!d", "abcd"},
-                 {"", "ab<c", "ac"},
-                 {"a", "<<d", "d"}};
+        uint32_t count, size;
+        const char *script;
+    } cases[] = {
+        {3, 24, "a0 a1 a2 a- f1 f0 a1 a0 a- f2 a2 a-"}, {0, 16, "a- a-"}, {1, 1, "a0 a- f0 a0 a-"}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(std::string(c.before) + " + " + c.steps);
-        uList *list = listOf(c.before, c.before[0] == 'a');
-        pu::core::ListBuilder builder(list);
-        for (const char *p = c.steps; *p != '\0'; ++p) {
-            const int32_t sizeBefore = uListSize(list);
-            uListNode *tailBefore = builder.tail();
-            if (*p == '<') {
-                uListRemove(list, sizeBefore - 1);
-                builder.restart();
-                EXPECT_EQ(builder.tail() ? builder.tail()->data : nullptr,
-                          uListGet(list, sizeBefore - 2));
+        Pool p(c.count, c.size), other(1, c.size);
+        EXPECT_EQ(p.pool.blockCount + p.pool.reservedA + p.pool.reservedB, 3 * c.count) << c.script;
+        EXPECT_EQ(p.pool.blockSize, c.size);
+        std::istringstream steps(c.script);
+        for (std::string step; steps >> step;) {
+            uBmFree(uBmAlloc(&other.pool)); // a block of another pool goes back there
+            if (step[0] == 'f') {
+                uBmFree(p.block(step[1] - '0'));
                 continue;
             }
-            std::optional<pu::test::FailAlloc> fault;
-            if (*p == '!') {
-                fault.emplace(1);
-            }
-            const int32_t result =
-                builder.append(*p == '0' ? nullptr : letter(*p == '!' ? 'F' : *p));
-            if (*p == '0' || *p == '!') {
-                EXPECT_EQ(result, -1);
-                EXPECT_EQ(builder.tail(), tailBefore);
-            } else {
-                EXPECT_EQ(result, sizeBefore + 1);
-                ASSERT_NE(builder.tail(), nullptr);
-                EXPECT_EQ(builder.tail()->data, letter(*p));
-                EXPECT_EQ(builder.tail()->next, nullptr);
-            }
+            void *got = uBmAlloc(&p.pool);
+            EXPECT_EQ(got, step[1] == '-' ? nullptr : p.block(step[1] - '0'))
+                << c.script << ": " << step;
+            EXPECT_TRUE(got == nullptr || static_cast<uBm **>(got)[-2] == &p.pool)
+                << "the owner sits in front of the link";
         }
-        EXPECT_EQ(drain(list), c.after);
     }
-    EXPECT_EQ(pu::core::ListBuilder(nullptr).append(letter('a')), -1);
+    uQmInit(nullptr);
+    uQmEnq(nullptr, nullptr);
+    uBmFree(nullptr);
+    EXPECT_EQ(uQmDeq(nullptr), nullptr);
+    EXPECT_EQ(uBmAlloc(nullptr), nullptr);
 }
 
-// A parser building a long list from untrusted text stays linear: on a megabyte of input a walk
-// from the head per element would run for minutes and hit the suite's time-out.
-TEST(ListBuilder, LongUntrustedTextsParseInLinearTime) {
-    constexpr int kCount = 150000;
-    std::string csv = "e0";
-    for (int i = 1; i < kCount; ++i) {
-        csv += ",e" + std::to_string(i);
-    }
-    const std::vector<std::string> result = pu::test::takeStrings(uStrSep(csv.c_str(), ","));
-    ASSERT_EQ(result.size(), static_cast<std::size_t>(kCount));
-    EXPECT_EQ(result.back(), "e" + std::to_string(kCount - 1));
-}
-
-// Threads add at both ends and remove at the head: every element ends up either removed once
-// or still listed once.
-TEST(List, LockedListLosesAndDuplicatesNothing) {
-    constexpr int kThreads = 4, kPerThread = 2000;
+// One locked list and one block pool shared by threads. The list: every element ends up either
+// removed once or still listed once, with threads adding at both ends and removing at the head.
+// The pool: a block is never handed to two holders at once, and every block comes back.
+TEST(Containers, SharedByThreadsLoseAndDuplicateNothing) {
+    constexpr int kThreads = 4, kPerThread = 5000;
+    constexpr uint32_t kBlocks = 8; // fewer than the threads want, so the pool runs dry often
     uList *list = uListInit(1);
+    Pool p(kBlocks, sizeof(int));
     std::vector<int> values(kThreads * kPerThread);
-    std::vector<std::vector<int *>> removed(kThreads);
+    std::vector<std::atomic<int>> seen(values.size()), holders(kBlocks);
+    std::atomic<int> shared{0};
+    const auto count = [&](void *element) { ++seen[static_cast<int *>(element) - values.data()]; };
     pu::test::fanOut(kThreads, [&](int t) {
         for (int i = 0; i < kPerThread; ++i) {
             uListAdd(list, &values[static_cast<std::size_t>(t * kPerThread + i)],
                      i % 3 == 0 ? 0 : -1);
-            void *out = i % 2 == 1 ? uListRemove(list, 0) : nullptr;
-            if (out != nullptr) {
-                removed[t].push_back(static_cast<int *>(out));
+            if (void *out = i % 2 == 1 ? uListRemove(list, 0) : nullptr) {
+                count(out);
+            }
+            void *blocks[3] = {uBmAlloc(&p.pool), uBmAlloc(&p.pool), uBmAlloc(&p.pool)};
+            for (void *block : blocks) { // the three are held together until their turn here
+                if (block != nullptr) {
+                    shared += holders[p.indexOf(block)].fetch_add(1) != 0;
+                    *static_cast<int *>(block) = t;
+                    holders[p.indexOf(block)].fetch_sub(1);
+                    uBmFree(block);
+                }
             }
         }
     });
-    std::vector<int *> seen;
-    for (const auto &r : removed) {
-        seen.insert(seen.end(), r.begin(), r.end());
-    }
     int32_t listed = 0;
     for (uListNode *node = list->head; node != nullptr; node = node->next, ++listed) {
-        seen.push_back(static_cast<int *>(node->data));
+        count(node->data);
     }
     EXPECT_EQ(uListSize(list), listed);
-    std::sort(seen.begin(), seen.end());
-    ASSERT_EQ(seen.size(), values.size());
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        ASSERT_EQ(seen[i], &values[i]);
-    }
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), static_cast<long>(values.size()));
     uListClearWithNodeNoNeedFree(list);
     EXPECT_EQ(uListUninit(list), 0);
+    EXPECT_EQ(shared.load(), 0);
+    std::set<void *> all;
+    while (void *block = uBmAlloc(&p.pool)) {
+        all.insert(block);
+    }
+    EXPECT_EQ(all.size(), kBlocks);
 }
 
 } // namespace

@@ -11,17 +11,11 @@
 namespace {
 
 // A list with one node, released whatever the row did to it.
-void withNode(bool failAlloc, void (*use)(uList *)) {
+void withNode(void (*use)(uList *)) {
     int element = 0;
     uList *list = uListInit(0);
     uListAppend(list, &element);
-    {
-        std::optional<pu::test::FailAlloc> fault;
-        if (failAlloc) {
-            fault.emplace(1);
-        }
-        use(list);
-    }
+    use(list);
     uListClearWithNodeNoNeedFree(list);
     uListUninit(list);
 }
@@ -42,10 +36,13 @@ TEST(LogCatalogue, CoreMessages) {
             "uIdGetModuleAvailableUniqueId: module=[(null)] does not registered in uniqueModule."),
         PU_LOG_ROW((pu::test::FailAlloc(1), uIdRegisterUniqueIdModule("cat 2", 0, 1)), 3, uid,
                    "uIdRegisterUniqueIdModule: malloc error"),
-        PU_LOG_ROW(withNode(false, [](uList *l) { uListUninit(l); }), 3, list,
+        PU_LOG_ROW(withNode([](uList *l) { uListUninit(l); }), 3, list,
                    "uListUninit: Uninit list that has nodes not free!"),
-        PU_LOG_ROW(withNode(true, [](uList *l) { uListClearWithNodeNoNeedFree(l); }), 3, list,
-                   "uListSpecialClear: init list error!"),
+        PU_LOG_ROW(withNode([](uList *l) {
+                       pu::test::FailAlloc fault(1);
+                       uListClearWithNodeNoNeedFree(l);
+                   }),
+                   3, list, "uListSpecialClear: init list error!"),
     });
     uIdUnregisterUniqueIdModule("cat");
 }

@@ -27,11 +27,6 @@ TEST(LogCatalogue, PlatformMessages) {
          line("AddWakeUpTimer: app " + std::to_string(app) + " wake-up in 4000000000 ms")},
         {"no wake-up", logged([&] { osaSmDelWakeUpTimer(app); }),
          line("DelWakeUpTimer: app " + std::to_string(app) + " wake-up cancelled")},
-        {"unknown application", logged([] {
-             osaSmAddActiveApp(0, 1);
-             osaSmDelWakeUpTimer(-1);
-         }),
-         ""},
         {"time base", logged([] { osaUpdateSysTimeBase(1000, 5, 1500); }),
          "0 platform.os: osaUpdateSysTimeBase: time base 1000.000005 s re-based, step 1500 ms"},
     });
