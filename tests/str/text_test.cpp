@@ -49,10 +49,7 @@ TEST(StrCompare, ComparisonsSearchesStrippersAndCaseFolding) {
         PU_ROW(compared(nullptr, ""), "1100 -1 -1"),
         PU_ROW(compared("file.TXT", ".txt"), "0001 -1 4"),
         PU_ROW(compared("", ""), "1100 0 0"),
-        PU_ROW(compared("a1b1c12", "12"), "0011 5 5"),
         PU_ROW(compared("aaAAb", "aab"), "0001 -1 2"),
-        PU_ROW(compared("a", "abc"), "0000 -1 -1"),
-        PU_ROW(uStrTailCmp("", ""), -1),
         PU_ROW(uStrAllChr("aaa", 'a') + uStrAllChr("aH", 'a') + uStrAllChr(nullptr, 'a'), 1),
         // Counting goes on past a NUL.
         PU_ROW(uStrCountTargetChar(bytes, 5, 'a'), 3),
@@ -63,11 +60,9 @@ TEST(StrCompare, ComparisonsSearchesStrippersAndCaseFolding) {
         PU_ROW(uStrIsAlphaDigit("abc123") + uStrIsAlphaDigit(""), 2),
         PU_ROW(uStrIsAlphaDigit("ab-1") + uStrIsAlphaDigit(nullptr), 0),
         // Stripping a text of blanks only leaves "" but answers null; one quote pair goes.
-        PU_ROW(stripped(uStrStripCrlf, "\t\r\n a b \n\r "), "0|a b"),
         PU_ROW(stripped(uStrStripCrlf, "  \r\n"), "-1|"),
         PU_ROW(stripped(uStrStripCrlfDoubleQoute, " \" \t \" \r\n"), "-1|"),
         PU_ROW(stripped(uStrStripCrlfDoubleQoute, "\t\"\"a\"\"\r\n"), "0|\"a\""),
-        PU_ROW(stripped(uStrBomCheckAndDelete, "\xEF\xBB\xBFtext"), "0|text"),
         PU_ROW((uStrToUpper(text), text), "AZ09\xC3\xA9-Z@[`{"),
         PU_ROW((uStrToLowerCase(text), text), "az09\xC3\xA9-z@[`{"),
     });
@@ -94,11 +89,7 @@ TEST(StrSplit, EmptyFieldsAndQuotedSlots) {
 }
 
 TEST(StrUtf8, TruncatedEndingsLengthsAndCodePoints) {
-    char dst[8];
-    const auto trimmed = [](std::string text) {
-        const int32_t result = uStrRemoveTruncatedUTF8Char(text.data());
-        return std::to_string(result) + text.c_str();
-    };
+    char dst[8], cut[] = "ab\xE4\xB8";
     // "<length> <result> <code point>".
     const auto decoded = [&](const char *text, int32_t size) {
         dst[0] = '\0';
@@ -106,9 +97,8 @@ TEST(StrUtf8, TruncatedEndingsLengthsAndCodePoints) {
         return std::to_string(uStrUtf8CharLength(text)) + " " + std::to_string(result) + " " + dst;
     };
     pu::test::checkRows({
-        PU_ROW(trimmed("ab\xE4\xB8"), "1ab"),
-        PU_ROW(trimmed("\x80"), "1"), // nothing but continuation bytes
-        PU_ROW(decoded("A", 8), "1 1 0041"),
+        PU_ROW(uStrRemoveTruncatedUTF8Char(cut), 1),
+        PU_ROW(cut, "ab"),
         PU_ROW(decoded("\xE4\xB8\xAD", 8), "3 1 4E2D"),
         PU_ROW(decoded("\xF0\x9F\x98\x80", 8), "4 1 1F600"),
         PU_ROW(decoded("\xA9", 8), "-1 0 "),
@@ -144,7 +134,6 @@ TEST(CsvField, EncodeNeverCutsAndDecodeStripsOnePair) {
     pu::test::checkRows(
         {PU_ROW(uStrEncodeCsv("a\"b", dst, 5, &needQuotes), 0), PU_ROW(dst, "a\"\"b"),
          PU_ROW(uStrEncodeCsv("a\"b", dst, 4, nullptr), -1), // a doubled quote is never cut
-         PU_ROW(uStrEncodeCsv("a", dst, 0, nullptr), -1),
          PU_ROW(uStrEncodeCsv("plain", dst, 6, &needQuotes) + needQuotes, 1),
          PU_ROW(uStrDecodeCsv("\"\"\"", &out), 0), PU_ROW(pu::test::take(out), "\""),
          PU_ROW(uStrDecodeCsv("a\"\"b", &out), 0), // unquoted: the pairs still fold
@@ -157,10 +146,9 @@ TEST(CsvRowAndData, SplitAtCommasOutsideQuotes) {
         {"a,,c,", {"a", "", "c", ""}},
         {"\"a,b\",\"say \"\"x\"\"\"", {"a,b", "say \"x\""}},
         {"  a, b ,  \"c\"", {"a", "b ", "c"}}, // leading blanks dropped, trailing kept
-        {"\"ab\"cd,e", {"abcd", "e"}},         // text after the closing quote
         {"a\nb,c", {"a\nb", "c"}},             // no line-break rule here
         {"x,\"open", {"x", "\"open"}},         // never closed: raw text
-        {"   ", {}}};
+        {"\"ab\"cd,e", {"abcd", "e"}}};        // text after the closing quote
     for (const auto &[text, fields] : rows) {
         EXPECT_EQ(pu::test::takeStrings(uStrParseCsvRow(text)), fields) << text;
     }
@@ -178,10 +166,9 @@ TEST(CsvRowAndData, SplitAtCommasOutsideQuotes) {
 TEST(CsvData, SampleFilesMatchPythonsCsvModule) {
     setenv("PU_CSV_READER", R"(
 import csv, sys
-with open(sys.argv[1], newline='', encoding='latin-1') as f:
-    for row in csv.reader(f, skipinitialspace=True):
-        if row:
-            sys.stdout.buffer.write((''.join('[' + x + ']' for x in row) + '\n').encode('latin-1'))
+rows = csv.reader(open(sys.argv[1], newline='', encoding='latin-1'), skipinitialspace=True)
+out = ''.join(''.join('[' + x + ']' for x in row) + '\n' for row in rows if row)
+sys.stdout.buffer.write(out.encode('latin-1'))
 )",
            1);
     int files = 0;

@@ -12,13 +12,9 @@
 
 namespace {
 
-using pu::test::AllocSteps;
-using pu::test::FailAlloc;
-
 const pu::test::AllocCase kCases[] = {
-    {"ParseEscapeAndRecord",
-     [](const FailAlloc &fault) {
-         AllocSteps steps(fault);
+    {"ParseEscapeQueryAndJoin", [](const pu::test::FailAlloc &fault) {
+         pu::test::AllocSteps steps(fault);
          UStrUrlPara *rec = reinterpret_cast<UStrUrlPara *>(1);
          const bool failed = steps.failed(uStrUrlParse("http://u:p@host:81/p?q=1#f", &rec) != 0);
          EXPECT_TRUE(failed ? rec == nullptr
@@ -33,10 +29,6 @@ const pu::test::AllocCase kCases[] = {
          EXPECT_TRUE(steps.failed(uParaUrlParse("rtsp://cam.example:554/live;tcp", &info) != 1) ||
                      std::string(info->host) + info->transport == "cam.example;tcp");
          uParaUrlFree(info);
-     }},
-    {"UrlListQueryAndJoin",
-     [](const FailAlloc &fault) {
-         AllocSteps steps(fault);
          uList *list = uParaUrlInit();
          if (steps.failed(list == nullptr)) {
              return;
@@ -60,8 +52,7 @@ const pu::test::AllocCase kCases[] = {
          uFree(got);
          uFree(joined);
          uParaUrlUnInit(list);
-     }},
-};
+     }}};
 
 class UrlAllocFailure : public testing::TestWithParam<pu::test::AllocCase> {};
 
