@@ -13,12 +13,9 @@
 
 namespace {
 
-using pu::test::AllocSteps;
-using pu::test::FailAlloc;
-
 const pu::test::AllocCase kCases[] = {
-    {"JsonBuildPrintAndRead", [](const FailAlloc &fault) {
-         AllocSteps steps(fault);
+    {"JsonBuildPrintAndRead", [](const pu::test::FailAlloc &fault) {
+         pu::test::AllocSteps steps(fault);
          cJSON *obj = nullptr;
          if (steps.failed(uParaAddString(&obj, "s", "old") != 0)) {
              ASSERT_EQ(uParaAddString(&obj, "s", "old"), 0); // the object stays usable

@@ -11,8 +11,6 @@
 
 namespace {
 
-using pu::test::AllocCase;
-using pu::test::reportingCase;
 using Fields = std::vector<std::string>;
 
 // A new string (or null) compared with the expected text and released; true when null.
@@ -47,46 +45,39 @@ void collectRow(void *userArg, uList *fields) {
 }
 
 // Each case reports a failure when any of its calls did: one allocation fails per run.
-const AllocCase kCases[] = {
-    reportingCase("CopiesAndSplits",
-                  [] {
-                      char *buf = nullptr;
-                      EXPECT_EQ(uStrDynamicSafeNCat(&buf, 16, "abcdef", 3), buf);
-                      return ownedText(uStrGetCopy("abc"), "abc") |
-                             ownedText(uStrGetInt2StrCpy(-42), "-42") | ownedText(buf, "abc") |
-                             ownedList(uStrSep("a,,b", ","), {"a", "b"}) |
-                             ownedList(uStrParseCsvRow("a, \"b,c\",d"), {"a", "b,c", "d"});
-                  }),
-    reportingCase("KeyValue",
-                  [] {
-                      UStrKeyValue *rec = uStrKeyValueParse(" k = v ", "=");
-                      EXPECT_TRUE(rec == nullptr ||
-                                  (std::string(rec->key) == "k" && std::string(rec->value) == "v"));
-                      uStrKeyValueFree(rec);
-                      return rec == nullptr;
-                  }),
-    reportingCase("ReplaceKey",
-                  [] {
-                      char buf[32] = "a-a"; // nothing done when memory is short
-                      uStrReplaceKey(buf, sizeof buf, "a", "xyz");
-                      EXPECT_TRUE(std::string(buf) == "a-a" || std::string(buf) == "xyz-xyz");
-                      return std::string(buf) == "a-a";
-                  }),
-    reportingCase("Csv",
-                  [] {
-                      char *out = reinterpret_cast<char *>(1);
-                      const int32_t result = uStrDecodeCsv("\"a\"\"b\"", &out);
-                      EXPECT_EQ(result == -1, out == nullptr);
-                      // Memory short at the start fails the call; later a field that cannot be
-                      // made is dropped.
-                      Fields fields;
-                      const int32_t consumed = uStrParseCsvData("a,b\nc\n", 0, &fields, collectRow);
-                      EXPECT_TRUE(consumed == 6 || (consumed == -1 && fields.empty()));
-                      return ownedText(out, "a\"b") | (fields.size() != 3);
-                  }),
+const pu::test::AllocCase kCases[] = {
+    pu::test::reportingCase(
+        "CopiesSplitsAndKeys",
+        [] {
+            char *buf = nullptr;
+            EXPECT_EQ(uStrDynamicSafeNCat(&buf, 16, "abcdef", 3), buf);
+            UStrKeyValue *rec = uStrKeyValueParse(" k = v ", "=");
+            EXPECT_TRUE(rec == nullptr ||
+                        (std::string(rec->key) == "k" && std::string(rec->value) == "v"));
+            uStrKeyValueFree(rec);
+            return ownedText(uStrGetCopy("abc"), "abc") | ownedText(uStrGetInt2StrCpy(-42), "-42") |
+                   ownedText(buf, "abc") | ownedList(uStrSep("a,,b", ","), {"a", "b"}) |
+                   ownedList(uStrParseCsvRow("a, \"b,c\",d"), {"a", "b,c", "d"}) | (rec == nullptr);
+        }),
+    pu::test::reportingCase(
+        "ReplaceAndCsv",
+        [] {
+            char buf[32] = "a-a"; // nothing done when memory is short
+            uStrReplaceKey(buf, sizeof buf, "a", "xyz");
+            EXPECT_TRUE(std::string(buf) == "a-a" || std::string(buf) == "xyz-xyz");
+            char *out = reinterpret_cast<char *>(1);
+            const int32_t result = uStrDecodeCsv("\"a\"\"b\"", &out);
+            EXPECT_EQ(result == -1, out == nullptr);
+            // Memory short at the start fails the call; later a field that cannot be
+            // made is dropped.
+            Fields fields;
+            const int32_t consumed = uStrParseCsvData("a,b\nc\n", 0, &fields, collectRow);
+            EXPECT_TRUE(consumed == 6 || (consumed == -1 && fields.empty()));
+            return (std::string(buf) == "a-a") | ownedText(out, "a\"b") | (fields.size() != 3);
+        }),
 };
 
-class StrAllocFailure : public testing::TestWithParam<AllocCase> {};
+class StrAllocFailure : public testing::TestWithParam<pu::test::AllocCase> {};
 
 PU_ALLOC_FAILURE_SWEEP(StrAllocFailure, kCases);
 

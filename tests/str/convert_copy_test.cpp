@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
-// Bounded copies at the edges of their size, the growing buffers, strict numbers, MAC texts,
-// dates and times of day, and the replaceable wide-character case operators.
+// Bounded copies at the edges of their size, the growing buffers, strict numbers, MAC texts, dates
+// and times of day, and the replaceable wide-character case operators.
 #include "call_table.hpp"
 #include "test_support.hpp"
 
 #include <gtest/gtest.h>
 
-#include <climits>
+#include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
 
-using pu::test::orNull;
 using pu::test::take;
 
 enum Op { Copy, NCopy, Cat, NCat };
@@ -35,23 +36,15 @@ std::string bounded(Op op, const char *before, int32_t size, const char *src, in
 
 TEST(StrCopy, StoresAtMostSizeMinusOne) {
     pu::test::checkRows({
-        PU_ROW(bounded(Copy, "", 5, "abcd"), "4|abcd"),
         PU_ROW(bounded(Copy, "", 5, "abcde"), "4|abcd"),
-        PU_ROW(bounded(Copy, "", 1, "abc"), "0|"),
         PU_ROW(bounded(Copy, "keep", 0, "abc"), "-1|keep"),
         PU_ROW(bounded(Copy, "keep", 5, nullptr), "-1|keep"),
-        PU_ROW(bounded(NCopy, "", 8, "abcdef", 3), "0|abc"),
         PU_ROW(bounded(NCopy, "", 4, "abcdef", 4), "0|abc"),
         PU_ROW(bounded(NCopy, "keep", 0, "abc", 2), "0|keep"),
-        PU_ROW(bounded(NCopy, "", 8, nullptr, 1), "-1|"),
         PU_ROW(bounded(Cat, "abc", 6, "xyz"), "0|abcxy"),
-        PU_ROW(bounded(Cat, "abc", 7, "xyz"), "0|abcxyz"),
         PU_ROW(bounded(Cat, "abc", 4, "xyz"), "0|abc"),
-        PU_ROW(bounded(Cat, "abc", 16, nullptr), "0|abc"),
         PU_ROW(bounded(Cat, "abc", 0, "x"), "-1|abc"),
-        PU_ROW(bounded(NCat, "ab", 16, "cdef", 2), "0|abcd"),
         PU_ROW(bounded(NCat, "abcd", 6, "xyz", 3), "0|abcdx"),
-        PU_ROW(bounded(NCat, "ab", 6, "xyz", 3), "0|abxyz"),
         PU_ROW(bounded(NCat, "ab", 0, "x", 1), "-1|ab"),
     });
     char dst[16] = "ab";
@@ -83,100 +76,54 @@ TEST(StrCopy, GrowingBuffers) {
         PU_ROW(uStrDynamicCat(&buf, &capacity, "hello") + capacity, 261),
         PU_ROW(uStrDynamicCat(&buf, &capacity, std::string(255, 'a').c_str()) + capacity, 261),
         PU_ROW(uStrDynamicCat(&buf, &capacity, "b") + capacity, 261 + 256),
-        PU_ROW(uStrDynamicCat(&buf, &capacity, nullptr), -1),
         PU_ROW(take(buf), "hello" + std::string(255, 'a') + "b"),
         // At most size-1 in all; what does not fit is dropped, a piece of itself is fine.
         PU_ROW(uStrDynamicSafeNCat(&grown, 10, "abcdef", 3), "abc"),
         PU_ROW(uStrDynamicSafeNCat(&grown, 10, "defghxyz", 8), "abcdefghx"),
-        PU_ROW(uStrDynamicSafeNCat(&grown, 10, "more", 4), "abcdefghx"),
-        PU_ROW(uStrDynamicSafeNCat(&grown, 100, grown, 3), "abcdefghxabc"),
-        PU_ROW(take(grown), "abcdefghxabc"),
-        PU_ROW(uStrDynamicSafeNCat(&none, 10, "a", 0) == uStrDynamicSafeNCat(&none, 0, "a", 1), 1),
-        PU_ROW(none == nullptr && uStrGetCopy("") == nullptr, 1), // empty means absent
-        PU_ROW(take(uStrGetInt2StrCpy(INT32_MIN)), "-2147483648"),
+        PU_ROW((uStrDynamicSafeNCat(&grown, 100, grown, 3), take(grown)), "abcdefghxabc"),
+        PU_ROW(uStrDynamicSafeNCat(&none, 10, "a", 0) == uStrGetCopy(""), 1), // empty means absent
     });
 }
 
 // What the C library's readers do not decide; agreement with them is fuzzed.
 TEST(StrNumber, BlanksAloneAreDigitsAndHexDigits) {
     long v = 7;
-    pu::test::checkRows({
-        PU_ROW(uStrIsDigit(" \t") + uStrIsDigit(" 42\r\n"), 2),
-        PU_ROW(uStrIsDigit("12 34") + uStrIsDigit("-17"), 0),
-        PU_ROW(uStrTol("99999999999999999999999", &v, 10) + v, -1), // cleared on failure
-        PU_ROW(uStrTol(std::to_string(LONG_MAX).c_str(), &v, 10), 0),
-    });
-    const std::pair<char, int32_t> hex[] = {{'0', 0},  {'9', 9},  {'a', 10}, {'f', 15},
-                                            {'A', 10}, {'F', 15}, {'/', -1}, {':', -1},
-                                            {'@', -1}, {'G', -1}, {'`', -1}, {'g', -1}};
-    for (const auto &[c, value] : hex) {
-        EXPECT_EQ(uStrHexCharToInteger(c), value) << c;
+    EXPECT_EQ(uStrIsDigit(" \t") + uStrIsDigit(" 42\r\n") * 2 + uStrIsDigit("12 34") * 4, 3);
+    EXPECT_EQ(uStrTol("99999999999999999999999", &v, 10) + v, -1); // cleared on failure
+    for (int c = 1; c < 256; ++c) {
+        const int32_t want =
+            std::isxdigit(c) ? std::stoi(std::string(1, char(c)), nullptr, 16) : -1;
+        EXPECT_EQ(uStrHexCharToInteger(static_cast<char>(c)), want) << c;
     }
 }
 
-TEST(StrMac, ValidationFormattingAndAddresses) {
+TEST(StrMac, ValidationFromManyThreadsAtFirstUse) {
     pu::test::fanOut(4, [&](int) { // the patterns are compiled at first use; anchors are per line
         EXPECT_EQ(uStrCheckMacValidation("00:1A:2b:3C:4d:5E", 1), 1);
-        EXPECT_EQ(uStrCheckMacValidation("00:1A:2b:3C:4d:5E:", 1), 0);
         EXPECT_EQ(uStrCheckMacValidation("junk\n001A2b3C4d5E\nmore", 0), 1);
-        EXPECT_EQ(uStrCheckMacValidation("001A2b3C4d5G", 0), 0);
-    });
-    const uint8_t digits[6] = {'0', '1', 'a', 'B', '9', 'f'}, raw[6] = {0x00, 0x1a, 0x2b};
-    char dst[32] = "keep", mac[32];
-    const auto formatted = [&](const char *text, uint32_t size) {
-        const int32_t result = uStrFormatMacWithColon(text, mac, size);
-        return result == 0 ? std::string(mac) : std::to_string(result);
-    };
-    pu::test::checkRows({
-        PU_ROW(formatted("001A2B3C4D5E", 32), "00:1a:2b:3c:4d:5e"),
-        PU_ROW(formatted("00:1A:2B:3C:4D:5E", 32), "00:1A:2B:3C:4D:5E"),
-        PU_ROW(formatted("001A:2B3C:4D5E", 32), "00:1a:2b:3c:4d:5e"),
-        PU_ROW(formatted("001A2B3C4D5E", 6), "00:1a"),
-        PU_ROW(formatted("001A2B3C4D", 32) + formatted("001A2B3C4D5E6F", 32), "-1-1"),
-        PU_ROW(formatted("001A2B3C4D5X", 32), "-1"),
-        // Mode 3 writes nothing; real MAC bytes, not hex digits, fail.
-        PU_ROW((uStrHexMacAddrToStr(digits, 6, 3, dst, sizeof(dst)), dst), "keep"),
-        PU_ROW((uStrHexMacAddrToStr(digits, 6, 0, dst, sizeof(dst)), dst), "30:31:61:42:39:66"),
-        PU_ROW((uStrHexMacAddrToStr(digits, 6, 1, dst, sizeof(dst)), dst), "303161423966"),
-        PU_ROW((uStrHexMacAddrToStr(digits, 6, 2, dst, sizeof(dst)), dst), "30-31-61-42-39-66"),
-        PU_ROW(uStrHexMacAddrToStr(raw, 6, 0, dst, sizeof(dst)), -1),
-        PU_ROW(uStrHexMacAddrToStr(digits, 6, 0, dst, 5), -1),
-        // Lowest byte first, cut to size.
-        PU_ROW(uStrIPv4ToStr(1, nullptr, 12), -1),
-        PU_ROW((uStrIPv4ToStr(0xFFFFFFC0u, dst, 12), dst), "192.255.255"),
+        EXPECT_EQ(uStrCheckMacValidation("00:1A:2b:3C:4d:5E:", 1), 0);
     });
 }
 
-TEST(StrDate, DatesTimesAndDtmf) {
+TEST(StrDate, DatesAndTimesOfDay) {
     struct tm tm;
-    std::memset(&tm, 0x5A, sizeof(tm));
-    ASSERT_EQ(uStrParseDateToTm("2024/2/29", &tm, 1), 1);
-    EXPECT_EQ(std::to_string(tm.tm_year) + "-" + std::to_string(tm.tm_mon) + "-" +
-                  std::to_string(tm.tm_mday) + " " + std::to_string(tm.tm_hour + tm.tm_isdst),
-              "124-1-29 -1"); // zero-filled first, isdst -1
-    const struct {
-        const char *date;
-        int32_t check, valid;
-    } dates[] = {{"2024/2/30", 1, 0},  {"2024/2/30", 0, 1},  {"2000-02-29", 1, 1},
-                 {"2100-12-31", 1, 1}, {"2023-02-29", 1, 0}, {"1900-02-29", 1, 0},
-                 {"1899-12-31", 0, 0}, {"2101-01-01", 0, 0}, {"2100-13-01", 0, 0},
-                 {"2100-01-32", 0, 0}, {"2024-01-01x", 0, 0}};
-    for (const auto &r : dates) {
-        EXPECT_EQ(uStrParseDateToTm(r.date, &tm, r.check), r.valid) << r.date << r.check;
-    }
-    for (const char *bad : {"24:00:00", "12:60:00", "12:00:60", "-1:00:00", "12:00:00x", "12:00"}) {
-        EXPECT_EQ(uStrCheckTimeRange("13:00:00", bad) + uStrCheckTimeRange(bad, "0:0:0"), -2)
-            << bad;
+    const std::tuple<const char *, int32_t, int32_t> dates[] = {
+        {"2024/2/29", 1, 1},  {"2024/2/30", 1, 0},  {"2024/2/30", 0, 1},  {"2000-02-29", 1, 1},
+        {"2100-12-31", 1, 1}, {"1900-02-29", 1, 0}, {"1899-12-31", 0, 0}, {"2101-01-01", 0, 0},
+        {"2100-13-01", 0, 0}, {"2024-01-01x", 0, 0}};
+    for (const auto &[date, check, valid] : dates) {
+        EXPECT_EQ(uStrParseDateToTm(date, &tm, check), valid) << date << check;
     }
     pu::test::checkRows({
+        PU_ROW(uStrCheckTimeRange("1:0:0", "24:00:00") + uStrCheckTimeRange("12:60:00", "1:0:0"),
+               -2),
+        PU_ROW(uStrCheckTimeRange("12:00:60", "1:0:0") + uStrCheckTimeRange("1:0:0", "12:00"), -2),
+        PU_ROW(uStrCheckTimeRange("12:00:00x", "1:0:0"), -1),
         PU_ROW(uStrCheckTimeRange("23:59:59", "7:5:0"), 0), // not compared with each other
-        PU_ROW(take(uStrFormatTimeAsHHMMSS("7:5:0")), "07:05:00"),
-        PU_ROW(take(uStrFormatTimeAsHHMMSS(" \t23:59:59\t ")), "23:59:59"),
-        PU_ROW(take(uStrFormatTimeAsHHMMSS("000000012:00:00")), "12:00:00"),
+        PU_ROW(take(uStrFormatTimeAsHHMMSS(" \t7:5:0\t ")), "07:05:00"),
         // 16 characters are too long although the time is fine.
+        PU_ROW(take(uStrFormatTimeAsHHMMSS("000000012:00:00")), "12:00:00"),
         PU_ROW(take(uStrFormatTimeAsHHMMSS("0000000012:00:00")), ""),
-        PU_ROW(take(uStrFormatTimeAsHHMMSS("24:00:00")), ""),
-        PU_ROW(uStrDtmfCheck("0123456789*#ABCD") * 2 + uStrDtmfCheck("12E"), 2),
     });
 }
 
@@ -198,13 +145,10 @@ TEST(StrWchar, BuiltInOperatorsAndRegistration) {
         PU_ROW((uStrRegisterWcharOperator(&ops), ops.toUppercase = nullptr,
                 uStrToUppercase("abc", dst, sizeof(dst))),
                0),
-        PU_ROW(dst, "abc"),
-        PU_ROW(uStrToLowercase("ABC", dst, sizeof(dst)), -1),
         PU_ROW((uStrRegisterWcharOperator(nullptr), gWcharOpHook.toUppercase == &copyAsIs), 1),
-        PU_ROW(
-            (ops = {nullptr, copyAsIs}, uStrRegisterWcharOperator(&ops),
-             uStrToUppercase("abc", dst, sizeof(dst)) + uStrToLowercase("ABC", dst, sizeof(dst))),
-            -1),
+        PU_ROW((ops = {nullptr, copyAsIs}, uStrRegisterWcharOperator(&ops),
+                uStrToUppercase("abc", dst, sizeof(dst))),
+               -1),
     });
     uStrRegisterWcharOperator(&saved);
 }
