@@ -16,8 +16,7 @@ struct Reference {
             ok[i] =
                 regcomp(&patterns[i], pu::url::kUrlPatterns[i], REG_EXTENDED | REG_NEWLINE) == 0;
         }
-        digitsOk =
-            regcomp(&allDigits, pu::url::kAllDigitsPattern, REG_EXTENDED | REG_NEWLINE) == 0;
+        digitsOk = regcomp(&allDigits, pu::url::kAllDigitsPattern, REG_EXTENDED | REG_NEWLINE) == 0;
     }
     bool matches(std::size_t i, const char *text) const {
         regmatch_t m[4];
@@ -52,8 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const int32_t accepted = uParaUrlCheck(url.c_str());
     pu::fuzz::require(accepted == reference.check(url.c_str()), "differs from the plain check");
     const int32_t domain = uParaUrlDomainCheck(url.c_str());
-    const int expectedDomain = reference.matches(pu::url::kHostNamePattern, url.c_str()) &&
-                               !reference.digits(url.c_str());
+    const int expectedDomain =
+        reference.matches(pu::url::kHostNamePattern, url.c_str()) && !reference.digits(url.c_str());
     pu::fuzz::require(domain == expectedDomain, "domain check differs");
     pu::fuzz::require(domain == 0 || accepted == 1, "a host name that is no acceptable URL");
     return 0;

@@ -223,8 +223,8 @@ void runBlocks(const keyInstance *key, bool encrypt, bool cbc, const std::uint8_
     }
     std::uint8_t raw[32];
     rawKey(key, raw);
-    const bool done = pu::crypto::cipherBlocks(pu::crypto::aesCipher(key->keyLen, cbc), encrypt, raw,
-                                           cbc ? iv : nullptr, in, length, out);
+    const bool done = pu::crypto::cipherBlocks(pu::crypto::aesCipher(key->keyLen, cbc), encrypt,
+                                               raw, cbc ? iv : nullptr, in, length, out);
     std::memset(raw, 0, sizeof raw);
     if (done) {
         return;
@@ -261,7 +261,7 @@ void runCfb1(cipherInstance *cipher, const keyInstance *key, bool encrypt, const
     rawKey(key, raw);
     std::uint8_t shiftRegister[kBlock];
     const bool done = pu::crypto::cipherBlocks(pu::crypto::aesCfb1Cipher(key->keyLen), encrypt, raw,
-                                           cipher->IV, in, length, out, shiftRegister);
+                                               cipher->IV, in, length, out, shiftRegister);
     std::memset(raw, 0, sizeof raw);
     if (done) {
         std::memcpy(cipher->IV, shiftRegister, kBlock);

@@ -258,7 +258,8 @@ int32_t uAesCbcDecrypt(const uint8_t *key, const char *text, uint32_t workSize, 
     if (whole < length) {
         const uint8_t *chain = whole > 0 ? work.get() + whole - kBlock : vector;
         uint8_t tail[kBlock];
-        if (!pu::crypto::cipherBlocks(cipher, false, key, chain, work.get() + whole, kBlock, tail)) {
+        if (!pu::crypto::cipherBlocks(cipher, false, key, chain, work.get() + whole, kBlock,
+                                      tail)) {
             return 0;
         }
         std::memcpy(output + whole, tail, length - whole);

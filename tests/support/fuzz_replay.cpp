@@ -15,7 +15,8 @@ namespace pu::test {
 
 void replayCorpora(const FuzzTarget *targets, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
-        const std::filesystem::path folder = std::filesystem::path(PU_FUZZ_CORPUS_DIR) / targets[i].name;
+        const std::filesystem::path folder =
+            std::filesystem::path(PU_FUZZ_CORPUS_DIR) / targets[i].name;
         std::vector<std::filesystem::path> files;
         for (const auto &entry : std::filesystem::directory_iterator(folder)) {
             files.push_back(entry.path());
@@ -31,7 +32,8 @@ void replayCorpora(const FuzzTarget *targets, std::size_t count) {
         }
         for (const auto &file : files) {
             std::ifstream in(file, std::ios::binary);
-            const std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+            const std::vector<char> bytes{std::istreambuf_iterator<char>(in),
+                                          std::istreambuf_iterator<char>()};
             // A heap copy of exactly the file's size (never null), so a read past the input is
             // caught by ASan as it is under the fuzzer.
             const auto input = std::make_unique<std::uint8_t[]>(bytes.size());

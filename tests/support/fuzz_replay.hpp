@@ -9,9 +9,9 @@
 namespace pu::test {
 
 struct FuzzTarget {
-    const char *name;                                        // corpus folder under fuzz/corpus/
+    const char *name; // corpus folder under fuzz/corpus/
     int (*testOne)(const std::uint8_t *data, std::size_t size);
-    int (*initialize)(int *argc, char ***argv);              // null when the target has none
+    int (*initialize)(int *argc, char ***argv); // null when the target has none
 };
 
 // Replays every file of every target's corpus; a broken invariant aborts, which fails the test.

@@ -130,7 +130,8 @@ inline void fanOut(int n, const std::function<void(int)> &body) {
 // A call started on its own thread, to show that it blocks until something else happens.
 template <typename R> class BlockedCall {
   public:
-    explicit BlockedCall(std::function<R()> call) : future_(std::async(std::launch::async, std::move(call))) {}
+    explicit BlockedCall(std::function<R()> call)
+        : future_(std::async(std::launch::async, std::move(call))) {}
     // True when the call is still running after the grace period.
     bool stillBlocked(std::chrono::milliseconds grace = std::chrono::milliseconds(50)) const {
         return future_.wait_for(grace) == std::future_status::timeout;
