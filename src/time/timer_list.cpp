@@ -325,7 +325,9 @@ void uTimerShow(void) {
         pu::log::error(pu::log::kTimer, "%s: out of memory", "uTimerShow");
         return;
     }
-    std::sort(timers.begin(), timers.end(), firesBefore);
+    // Over raw pointers: the iterators' three-way comparison would leave a unique C++ symbol
+    // exported from unoptimised builds.
+    std::sort(timers.data(), timers.data() + timers.size(), firesBefore);
     for (const TimerNode *record : timers) {
         pu::log::info(pu::log::kTimer, "id=[%d] expires=[%d]", static_cast<int>(record->id),
                       static_cast<int>(dueOf(s, record)));
