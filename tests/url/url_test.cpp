@@ -177,14 +177,26 @@ std::vector<std::string> allTexts(const std::string &alphabet, std::size_t maxLe
 // give when compiled the plain way and tried one by one.
 TEST(UrlCheck, QuickAnswersAgreeWithThePatternsExhaustively) {
     const std::size_t digits = pu::url::kUrlPatterns.size();
-    regex_t patterns[digits + 1];
-    for (std::size_t i = 0; i <= digits; ++i) {
-        ASSERT_EQ(0, regcomp(&patterns[i],
-                             i < digits ? pu::url::kUrlPatterns[i] : pu::url::kAllDigitsPattern,
-                             REG_EXTENDED | REG_NEWLINE));
-    }
-    auto matches = [&](std::size_t i, const std::string &text) {
-        return regexec(&patterns[i], text.c_str(), 0, nullptr, 0) == 0;
+    // The oracle's patterns, compiled by each thread for itself: a compiled pattern keeps a cache
+    // that regexec fills, so threads sharing one would race in it.
+    struct Oracle {
+        std::vector<regex_t> patterns;
+        explicit Oracle(std::size_t count) : patterns(count + 1) {
+            for (std::size_t i = 0; i <= count; ++i) {
+                EXPECT_EQ(0,
+                          regcomp(&patterns[i],
+                                  i < count ? pu::url::kUrlPatterns[i] : pu::url::kAllDigitsPattern,
+                                  REG_EXTENDED | REG_NEWLINE));
+            }
+        }
+        ~Oracle() {
+            for (regex_t &preg : patterns) {
+                regfree(&preg);
+            }
+        }
+        bool operator()(std::size_t i, const std::string &text) {
+            return regexec(&patterns[i], text.c_str(), 0, nullptr, 0) == 0;
+        }
     };
     std::vector<std::string> urls = allTexts("a1.:/@-", 6);
     for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "a.b"}) {
@@ -196,6 +208,7 @@ TEST(UrlCheck, QuickAnswersAgreeWithThePatternsExhaustively) {
     // when this runs first.
     std::atomic<int> disagreements = 0;
     pu::test::fanOut(4, [&](int thread) {
+        Oracle matches(digits);
         for (std::size_t n = thread; n < urls.size(); n += 4) {
             const bool allDigits = matches(digits, urls[n]);
             int expected = 0;
@@ -210,9 +223,6 @@ TEST(UrlCheck, QuickAnswersAgreeWithThePatternsExhaustively) {
             }
         }
     });
-    for (regex_t &preg : patterns) {
-        regfree(&preg);
-    }
     // A numeric last label, found without trying each start.
     EXPECT_EQ(0, uParaUrlCheck(std::string(100000, 'a').append(".1").c_str()));
 }
