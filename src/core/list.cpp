@@ -65,35 +65,6 @@ bool stringsEqual(const void *a, const void *b) {
 
 } // namespace
 
-namespace pu::core {
-
-std::int32_t listInsertAfter(uList *list, uListNode *prev, void *element) {
-    if (list == nullptr || element == nullptr) {
-        return -1;
-    }
-    SemGuard guard(list->lock);
-    auto *node = static_cast<uListNode *>(uMalloc(sizeof(uListNode)));
-    if (node == nullptr) {
-        return -1;
-    }
-    node->data = element;
-    linkAfter(list, prev, node);
-    return loadSize(list);
-}
-
-void *listRemoveAfter(uList *list, uListNode *prev) {
-    if (list == nullptr) {
-        return nullptr;
-    }
-    SemGuard guard(list->lock);
-    if ((prev == nullptr ? loadHead(list) : prev->next) == nullptr) {
-        return nullptr;
-    }
-    return unlinkAfter(list, prev);
-}
-
-} // namespace pu::core
-
 extern "C" {
 
 uList *uListInit(int32_t withLock) {

@@ -46,15 +46,6 @@ inline void linkAfter(uList *list, uListNode *prev, uListNode *node) {
     storeSize(list, loadSize(list) + 1);
 }
 
-// Links element after prev, or at the head when prev is null. The caller holds the list's lock
-// (or its own lock over a list without one) and prev is a node of list. Returns the new size, or
-// -1 for a null element or when the node cannot be allocated (the list is then unchanged).
-std::int32_t listInsertAfter(uList *list, uListNode *prev, void *element);
-
-// Unlinks the node after prev, or the head when prev is null, and returns its element (null when
-// there is no such node). Same locking as listInsertAfter.
-void *listRemoveAfter(uList *list, uListNode *prev);
-
 // Appends to a list at a remembered tail, so building a list of n elements costs n steps rather
 // than the n * n / 2 of repeated uListAppend calls, which walk from the head every time. Results,
 // order and count are those of uListAppend. While a builder is in use nobody else may link or
