@@ -134,6 +134,7 @@ TEST(AesBlock, RefusalCodes) {
     };
     checkRows({
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e00"), U_AES_BAD_DATA),
+        PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e01"), 15),
         PU_ROW(unpad("cbc", "000102030405060708090a0b0c0d0e11"), U_AES_BAD_DATA),
         // ECB refuses a whole block of padding and takes a last byte of 0 as no padding.
         PU_ROW(unpad("ecb", "10101010101010101010101010101010"), U_AES_BAD_DATA),
@@ -222,6 +223,7 @@ TEST(AesCbcText, FormatRoundTripAndSizeLimit) {
         // The result is a string length: a zero byte ends it.
         PU_ROW(uAesCbcEncrypt(key.data(), asBytes({"ab\0c", 4}).data(), 4, p, 64, "v", 256), 24),
         PU_ROW(uAesCbcDecrypt(key.data(), p, 64, out, 100, "v", 256), 2),
+        PU_ROW(uAesCbcDecrypt(key.data(), p, 64, out, 1, "v", 256), 0), // more than maxPlainLength
         // b blocks need b * 64 / 3 + 4 bytes of text: 25 for one block, 46 for two.
         PU_ROW(uAesCbcEncrypt(key.data(), in.data(), 16, p, 45, nullptr, 256), 0),
         PU_ROW(uAesCbcEncrypt(key.data(), in.data(), 16, p, 46, nullptr, 256), 44),

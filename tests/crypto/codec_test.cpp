@@ -51,7 +51,9 @@ TEST(Codecs, StrictLenientUrlPasswordsAndHexadecimal) {
         PU_ROW(decode("Zm9vYg==x", 0), "4:666f6f62"),
         PU_ROW(decode("Zh=="), "-1:"),       // leftover bits set before the padding
         PU_ROW(decode("Zg==", 1, 1), "-1:"), // a partial group needs one byte more than it gives
-        PU_ROW(uB64_base64url(abc, 3, t, 4), -1), // the padded text must fit
+        PU_ROW(decode("Zm8=", 1, 3) + decode("Zm8=", 1, 2), "2:666f-1:"),
+        PU_ROW(decode(" \t\v\rZm8=", 0), "2:666f"), // blanks as the C locale has them
+        PU_ROW(uB64_base64url(abc, 3, t, 4), -1),   // the padded text must fit
         PU_ROW(uB64_debase64url("", reinterpret_cast<uint8_t *>(d), sizeof d), 0),
         PU_ROW(uStrPwdBase64Decode("~Rk%58*]cGFzc3dvcmQ=", d, sizeof d), 8),
         PU_ROW(d, "password"),
@@ -102,6 +104,7 @@ TEST(Digest, KnownAnswersRfc4231AndUuid) {
         PU_ROW((uUuidGenerateV5("hello", 5, &uuid), uUuidToStr(&uuid, text, 37), text), // URL space
                "074171de-bc84-5ea4-b636-1135477620e1"),
         PU_ROW(uuid.timeLow, 0x074171de), // fields in host order
+        PU_ROW(uUuidToStr(&uuid, text, 37), 0),
     });
 }
 

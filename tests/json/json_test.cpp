@@ -71,6 +71,8 @@ TEST(JsonPrinters, ItemsNoParsedTextGives) {
                   take(cJSON_Print_Oneline(textless.get())) +
                   take(cJSON_PrintUnescape(textless.get())),
               "[null, null, 4.5, {\"as\":\"is\"}, \"\"][null, null, 4.5, {\"as\":\"is\"}, \"\"]");
+    Tree blanks(cJSON_CreateString(" \x1f"));
+    EXPECT_EQ(take(cJSON_Print_Oneline(blanks.get())), "\" \\u001f\""); // only controls escaped
 }
 
 } // namespace

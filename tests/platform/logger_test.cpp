@@ -65,6 +65,7 @@ TEST(Logger, LevelLineFormatAndTheSinkWithoutTheNewline) {
         {PLATFORM_LOG_WARNING, 3, "m", edge + "y\n", "3 m: " + edge + "y\n", "3|m|" + edge + "y"},
         {INT_MIN, -5, "m", "low", "-5 m: low\n", "-5|m|low"},
         {PLATFORM_LOG_ERROR, 2, "m", "below", "", ""},
+        {PLATFORM_LOG_ERROR, 3, "m", "at", "3 m: at\n", "3|m|at"},
         {INT_MAX, 9, "m", "high", "", ""},
     };
     for (const auto &c : cases) {

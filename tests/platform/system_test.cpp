@@ -364,4 +364,16 @@ TEST(Concurrency, HandlesAndMutexesOnManyThreads) {
     EXPECT_EQ(semDelete(shared), 0);
 }
 
+// Numeric IPv4 and IPv6 addresses only: no names, zones, brackets, ports or blanks.
+TEST(SockAddr, NumericAddressesOnly) {
+    for (const char *good : {"0.0.0.0", "255.255.255.255", "::", "fe80::1", "::ffff:192.168.1.1"}) {
+        EXPECT_NE(sockIsValidAddr(good), 0) << good;
+    }
+    for (const char *bad :
+         {"", "localhost", "256.1.1.1", "1.2.3", " 1.2.3.4", "1:2:3:4:5:6:7:8:9", "fe80::1%eth0",
+          "[::1]", "1.2.3.4:80", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(sockIsValidAddr(bad), 0) << pu::test::orNull(bad);
+    }
+}
+
 } // namespace

@@ -90,6 +90,8 @@ TEST(StrNumber, BlanksAloneAreDigitsAndHexDigits) {
     long v = 7;
     EXPECT_EQ(uStrIsDigit(" \t") + uStrIsDigit(" 42\r\n") * 2 + uStrIsDigit("12 34") * 4, 3);
     EXPECT_EQ(uStrTol("99999999999999999999999", &v, 10) + v, -1); // cleared on failure
+    double d = 0;
+    EXPECT_EQ(uStrToDouble(" 2.5\r\n", &d) + d, 2.5);
     for (int c = 1; c < 256; ++c) {
         const int32_t want =
             std::isxdigit(c) ? std::stoi(std::string(1, char(c)), nullptr, 16) : -1;
@@ -97,11 +99,25 @@ TEST(StrNumber, BlanksAloneAreDigitsAndHexDigits) {
     }
 }
 
-TEST(StrMac, ValidationFromManyThreadsAtFirstUse) {
+TEST(StrMac, ValidationFormattingAndAddresses) {
     pu::test::fanOut(4, [&](int) { // the patterns are compiled at first use; anchors are per line
         EXPECT_EQ(uStrCheckMacValidation("00:1A:2b:3C:4d:5E", 1), 1);
         EXPECT_EQ(uStrCheckMacValidation("junk\n001A2b3C4d5E\nmore", 0), 1);
         EXPECT_EQ(uStrCheckMacValidation("00:1A:2b:3C:4d:5E:", 1), 0);
+    });
+    char mac[32];
+    const auto formatted = [&](const char *text, int32_t size) {
+        const int32_t result = uStrFormatMacWithColon(text, mac, size);
+        return result == 0 ? std::string(mac) : std::to_string(result);
+    };
+    pu::test::checkRows({
+        PU_ROW(formatted("001A2B3C4D5E", 32), "00:1a:2b:3c:4d:5e"),
+        PU_ROW(formatted("00:1A:2B:3C:4D:5E", 32), "00:1A:2B:3C:4D:5E"), // already valid: kept
+        PU_ROW(formatted("001A:2B3C:4D5E", 32), "00:1a:2b:3c:4d:5e"),
+        PU_ROW(formatted("001A2B3C4D5X", 32), "-1"),
+        // Lowest byte first, cut to size.
+        PU_ROW(uStrIPv4ToStr(1, nullptr, 12), -1),
+        PU_ROW((uStrIPv4ToStr(0xFFFFFFC0u, mac, 12), mac), "192.255.255"),
     });
 }
 
@@ -124,6 +140,7 @@ TEST(StrDate, DatesAndTimesOfDay) {
         // 16 characters are too long although the time is fine.
         PU_ROW(take(uStrFormatTimeAsHHMMSS("000000012:00:00")), "12:00:00"),
         PU_ROW(take(uStrFormatTimeAsHHMMSS("0000000012:00:00")), ""),
+        PU_ROW(uStrDtmfCheck("0123456789*#ABCD") * 2 + uStrDtmfCheck("12E"), 2),
     });
 }
 

@@ -42,7 +42,7 @@ std::string stripped(char *(*strip)(char *), const char *text) {
 
 TEST(StrCompare, ComparisonsSearchesStrippersAndCaseFolding) {
     const char bytes[] = {'a', '\0', 'a', 'b', 'a'};
-    char text[] = "aZ09\xC3\xA9-z@[`{";
+    char text[] = "aZ09\xC3\xA9-z@[`{", angles[] = "<x>";
     const char *quotes = R"(a\"b\\"c)", *escaped = R"(\\\"x")";
     pu::test::checkRows({
         // Null and "" are one absent value; a tail must be shorter-or-equal and non-empty.
@@ -50,6 +50,11 @@ TEST(StrCompare, ComparisonsSearchesStrippersAndCaseFolding) {
         PU_ROW(compared("file.TXT", ".txt"), "0001 -1 4"),
         PU_ROW(compared("", ""), "1100 0 0"),
         PU_ROW(compared("aaAAb", "aab"), "0001 -1 2"),
+        PU_ROW(compared("a1b1c12", "12"), "0011 5 5"),
+        PU_ROW(compared("a", "abc"), "0000 -1 -1"),
+        PU_ROW(compared("a", nullptr), "0000 -1 -1"),
+        PU_ROW(uStrTailCmp("", ""), -1),
+        PU_ROW(at(text, uStrChr(text, '-')) * 10 + (uStrChr(nullptr, 'a') == nullptr), 61),
         PU_ROW(uStrAllChr("aaa", 'a') + uStrAllChr("aH", 'a') + uStrAllChr(nullptr, 'a'), 1),
         // Counting goes on past a NUL.
         PU_ROW(uStrCountTargetChar(bytes, 5, 'a'), 3),
@@ -63,6 +68,13 @@ TEST(StrCompare, ComparisonsSearchesStrippersAndCaseFolding) {
         PU_ROW(stripped(uStrStripCrlf, "  \r\n"), "-1|"),
         PU_ROW(stripped(uStrStripCrlfDoubleQoute, " \" \t \" \r\n"), "-1|"),
         PU_ROW(stripped(uStrStripCrlfDoubleQoute, "\t\"\"a\"\"\r\n"), "0|\"a\""),
+        PU_ROW(stripped(uStrBomCheckAndDelete, "\xEF\xBB\xBFtext"), "0|text"),
+        PU_ROW(stripped(uStrBomCheckAndDelete, "\xEF\xBBtext"), "0|\xEF\xBBtext"),
+        // The sign stripper answers -1 for null and for a text the pair does not enclose.
+        PU_ROW(uStrStripHeadAndTailSign(angles, '<', '>') * 10 + (angles[0] == 'x'), 1),
+        PU_ROW(uStrStripHeadAndTailSign(nullptr, '<', '>') +
+                   uStrStripHeadAndTailSign(text, '<', '>'),
+               -2),
         PU_ROW((uStrToUpper(text), text), "AZ09\xC3\xA9-Z@[`{"),
         PU_ROW((uStrToLowerCase(text), text), "az09\xC3\xA9-z@[`{"),
     });
@@ -84,6 +96,7 @@ TEST(StrSplit, EmptyFieldsAndQuotedSlots) {
          PU_ROW(slots[0], "abcdefg"),
          PU_ROW(uStrListMatchKey("red, green ,blue", "green", ",", 1), 0), // exact: blanks count
          PU_ROW(uStrListMatchKey("red, green ,blue", "green", ",", 0), 1),
+         PU_ROW(uStrListMatchKey(nullptr, "green", ",", 0), 0),
          PU_ROW(pu::test::orNull(pair != nullptr ? pair->value : nullptr), "v")});
     uStrKeyValueFree(pair);
 }
@@ -99,6 +112,7 @@ TEST(StrUtf8, TruncatedEndingsLengthsAndCodePoints) {
     pu::test::checkRows({
         PU_ROW(uStrRemoveTruncatedUTF8Char(cut), 1),
         PU_ROW(cut, "ab"),
+        PU_ROW((cut[0] = '\x80', cut[1] = 0, uStrRemoveTruncatedUTF8Char(cut)) * 10 + cut[0], 10),
         PU_ROW(decoded("\xE4\xB8\xAD", 8), "3 1 4E2D"),
         PU_ROW(decoded("\xF0\x9F\x98\x80", 8), "4 1 1F600"),
         PU_ROW(decoded("\xA9", 8), "-1 0 "),

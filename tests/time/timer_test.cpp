@@ -171,6 +171,7 @@ TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
         EXPECT_EQ(platformSimWakeUpArmCount(handle) - arms, r.arms) << r.what;
         EXPECT_EQ(platformSimWakeUpCancelCount(handle) - cancels, r.cancels) << r.what;
         EXPECT_EQ(platformSimWakeUpDelay(handle), r.delay) << r.what;
+        EXPECT_EQ(platformSimActiveAppCount(handle), 0) << r.what; // active only while queueing
     }
 }
 

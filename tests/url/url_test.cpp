@@ -83,6 +83,20 @@ TEST(UrlRecord, ParseAndCompose) {
                 "rtsp|u|p|10.0.0.2|554|live|;TCP => rtsp://u:p@10.0.0.2:554/live"),
          PU_ROW(record("http://10.0.0.2/a;tcp"), "http|-|-|10.0.0.2|0|a;tcp|-"), // RTSP only
          PU_ROW(record("gopher://h.com/"), "refused")});
+    char url[64] = "http://u:p@10.0.0.2/x", host[16] = "keep";
+    uint32_t port = 99;
+    pu::test::checkRows(
+        {PU_ROW(uParaUrlReplaceUrlPath(url, sizeof(url), "new/path"), 0),
+         PU_ROW(url, "http://u:p@10.0.0.2/new/path"),
+         PU_ROW(uParaUrlReplaceUrlPath(url, 24, "a-rather-long-path"), 0), // too long: kept
+         PU_ROW(url, "http://u:p@10.0.0.2/new/path"),
+         PU_ROW(uParaUrlReplaceUrlPath(nullptr, 24, "p"), -1),
+         PU_ROW((uStrParseHostAndPort("http://a-very-long-host.example:8554/x", host, 8, &port),
+                 std::string(host) + ":" + std::to_string(port)),
+                "a-very-:8554"),
+         PU_ROW(uStrIsValidIPOrDomain("10.0.0.1") + uStrIsValidIPOrDomain("cam.example.com"), 2),
+         PU_ROW(uStrIsValidIPOrDomain("u@h.com") + uStrIsValidIPOrDomain("h.com:1"), 0),
+         PU_ROW(uStrUrlParaToStr(nullptr, url, 8) + uParaUrlAddString(nullptr, "k", "v"), -2)});
 }
 
 Pairs pairsOf(const uList *list) {
@@ -100,8 +114,9 @@ TEST(UrlQuery, ListsUpdateInPlaceAndJoinWithinTheLimit) {
     // The same key updates in place; only 1 is true for AddBool, any non-zero for the other.
     ASSERT_EQ(0, uParaUrlAddInt(list, "i", -5) + uParaUrlAddLong(list, "i", 9000000000LL));
     ASSERT_EQ(0, uParaUrlAddBool(list, "f", 2) + uParaUrlAddBoolUnencoded(list, "u", 2));
+    ASSERT_EQ(0, uParaUrlAddBoolUnencoded(list, "z", 0));
     ASSERT_EQ(0, uParaUrlAddStringUnencoded(list, "a+b", "raw #")); // the stored key is encoded
-    EXPECT_EQ(take(uParaUrlStringPtrCreate(list)), "a+b=raw #&i=9000000000&f=FALSE&u=TRUE");
+    EXPECT_EQ(take(uParaUrlStringPtrCreate(list)), "a+b=raw #&i=9000000000&f=FALSE&u=TRUE&z=FALSE");
     // Keys are cut at 60 and values at 508 encoded characters.
     ASSERT_EQ(
         0, uParaUrlAddString(list, std::string(100, 'k').c_str(), std::string(2000, ' ').c_str()));
@@ -294,6 +309,9 @@ TEST(FileNameAndAddress, SuffixesAndIpPortSplits) {
         {// The first character of the suffix is never compared; the name must be longer.
          PU_ROW(uStrFileNameMatchSpecialSuffix("xytar.gz", ".tar.gz"), 0),
          PU_ROW(uStrFileNameMatchSpecialSuffix("x.tar.gZ", ".tar.gz"), -1),
+         PU_ROW(uStrFileNameMatchSpecialSuffix("abc", "Xc") +
+                    uStrFileNameMatchSpecialSuffix("", ""),
+                -1),
          PU_ROW(split("[fe80::1]:8080"), "fe80::1|8080"), PU_ROW(split("[::1]"), "::1|0"),
          PU_ROW(split("fe80::1:80"), "fe80::1:80|0"),   // a whole IPv6 address has no port
          PU_ROW(split("10.0.0.1:65537"), "10.0.0.1|1"), // low 16 bits
