@@ -88,7 +88,9 @@ TEST(StrCopy, GrowingBuffers) {
 // What the C library's readers do not decide; agreement with them is fuzzed.
 TEST(StrNumber, BlanksAloneAreDigitsAndHexDigits) {
     long v = 7;
-    EXPECT_EQ(uStrIsDigit(" \t") + uStrIsDigit(" 42\r\n") * 2 + uStrIsDigit("12 34") * 4, 3);
+    EXPECT_EQ(uStrIsDigit(" \t") + uStrIsDigit(" 42\r\n") * 2 + uStrIsDigit("12 34") * 4 +
+                  uStrIsDigit("-1") * 8,
+              3);
     EXPECT_EQ(uStrTol("99999999999999999999999", &v, 10) + v, -1); // cleared on failure
     double d = 0;
     EXPECT_EQ(uStrToDouble(" 2.5\r\n", &d) + d, 2.5);

@@ -51,6 +51,7 @@ TEST(StrCompare, ComparisonsSearchesStrippersAndCaseFolding) {
         PU_ROW(compared("", ""), "1100 0 0"),
         PU_ROW(compared("aaAAb", "aab"), "0001 -1 2"),
         PU_ROW(compared("a1b1c12", "12"), "0011 5 5"),
+        PU_ROW(compared(".txt", ".txt"), "1111 0 0"), // a tail may be the whole text
         PU_ROW(compared("a", "abc"), "0000 -1 -1"),
         PU_ROW(compared("a", nullptr), "0000 -1 -1"),
         PU_ROW(uStrTailCmp("", ""), -1),

@@ -38,6 +38,7 @@ std::string parsed(const std::string &url) {
     }
     char text[256];
     EXPECT_EQ(0, uStrUrlParaToStr(rec, text, sizeof(text)));
+    EXPECT_EQ(-1, uStrUrlParaToStr(rec, nullptr, sizeof(text)));
     uStrUrlParaFree(rec);
     return url == text ? out : out + " => " + text;
 }
@@ -115,6 +116,7 @@ TEST(UrlQuery, ListsUpdateInPlaceAndJoinWithinTheLimit) {
     ASSERT_EQ(0, uParaUrlAddInt(list, "i", -5) + uParaUrlAddLong(list, "i", 9000000000LL));
     ASSERT_EQ(0, uParaUrlAddBool(list, "f", 2) + uParaUrlAddBoolUnencoded(list, "u", 2));
     ASSERT_EQ(0, uParaUrlAddBoolUnencoded(list, "z", 0));
+    ASSERT_EQ(-1, uParaUrlAddString(list, nullptr, "v"));
     ASSERT_EQ(0, uParaUrlAddStringUnencoded(list, "a+b", "raw #")); // the stored key is encoded
     EXPECT_EQ(take(uParaUrlStringPtrCreate(list)), "a+b=raw #&i=9000000000&f=FALSE&u=TRUE&z=FALSE");
     // Keys are cut at 60 and values at 508 encoded characters.
@@ -214,7 +216,8 @@ TEST(UrlCheck, QuickAnswersAgreeWithThePatternsExhaustively) {
         }
     };
     std::vector<std::string> urls = allTexts("a1.:/@-", 6);
-    for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "a.b"}) {
+    urls.insert(urls.end(), {"0.1.2.3", "1.0.0.1", "1.2.3.0", "1.02.3.4", "1.2.3.04"});
+    for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "zZ9.b"}) {
         for (const std::string &tail : allTexts("a0.:/@-)# \n", 4)) {
             urls.push_back(prefix + tail);
         }
@@ -293,6 +296,7 @@ TEST(UrlEncode, PercentEscapesSizesModesAndDecoding) {
          PU_ROW(uStrUrlEncode(same, 0, 0) + uStrUrlEncode(nullptr, 8, 0), -2),
          // A decoded '%' is never read again; a NUL ends the text.
          PU_ROW(decoded("%%2541"), "%%41"), PU_ROW(decoded("%61%00b"), "a"),
+         PU_ROW(decoded("x%41"), "xA"), // an escape that ends the text
          PU_ROW(decoded(percents) == percents, true)});
 }
 
@@ -305,6 +309,7 @@ TEST(FileNameAndAddress, SuffixesAndIpPortSplits) {
         return result == 0 ? std::string(ip) + "|" + std::to_string(port)
                            : (std::string(ip) == "keep" && port == 7 ? "-" : "- but written");
     };
+    char name[16], ext[16];
     pu::test::checkRows(
         {// The first character of the suffix is never compared; the name must be longer.
          PU_ROW(uStrFileNameMatchSpecialSuffix("xytar.gz", ".tar.gz"), 0),
@@ -315,7 +320,10 @@ TEST(FileNameAndAddress, SuffixesAndIpPortSplits) {
          PU_ROW(split("[fe80::1]:8080"), "fe80::1|8080"), PU_ROW(split("[::1]"), "::1|0"),
          PU_ROW(split("fe80::1:80"), "fe80::1:80|0"),   // a whole IPv6 address has no port
          PU_ROW(split("10.0.0.1:65537"), "10.0.0.1|1"), // low 16 bits
-         PU_ROW(split("[10.0.0.1]:80"), "-"), PU_ROW(split("10.0.0.1:80:90"), "-")});
+         PU_ROW(split("[10.0.0.1]:80"), "-"), PU_ROW(split("10.0.0.1:80:90"), "-"),
+         PU_ROW(
+             (uStrParseFileName("d.x/a.TAR.gz", name, 16, ext, 16), std::string(name) + "|" + ext),
+             "d.x/a|.TAR.gz")});
 }
 
 } // namespace
