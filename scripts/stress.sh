@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Long multi-threaded stress run of the timers, plans, input events, event bus, XML
-# suspend/resume, block pool and list (tests/stress/stress.cpp), outside the test suite.
+# Long multi-threaded stress run of the timers, plans, input events and event bus
+# (tests/stress/stress.cpp), outside the test suite.
 #   scripts/stress.sh <minutes>               half the time under TSan, half under ASan + UBSan;
 #                                             configures and builds build/tsan, build/asan if
 #                                             needed
