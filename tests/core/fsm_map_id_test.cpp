@@ -49,9 +49,7 @@ TEST(Fsm, FirstMatchingRowWinsAndOthersAreNotRun) {
         {"other row", run(fsm, 3, 4, nullptr), "0B"},
         {"no handler", run(fsm, 5, 5, &x), "0"},
         {"event known in another state", run(fsm, 1, 4, &x), "-1"},
-        {"event and state swapped", run(fsm, 2, 1, &x), "-1"},
         {"null", uFsmAdd(nullptr, 1, 1, handlerA) + run(nullptr, 1, 1, nullptr).size(), 1},
-        {"null destroy", uFsmDestroy(nullptr), -1},
     });
 }
 
@@ -72,29 +70,21 @@ TEST(IdMap, LookupsBothWaysAndSet) {
         {"5", byId(5), "1 10 Alpha a"},
         {"6", byId(6), "1 10 alpha a"},
         {"7", byId(7), "2 -9 none ?"},
-        {"end", byId(U_MAP_END_ID), "2 -9 none ?"},
         // The other way: the first matching row, never the terminator's value.
         {"addr", uMapIdByAddr(addrs, &b), 5},
         {"addr, default", uMapIdByAddr(addrs, &end), U_MAP_END_ID},
         {"value", uMapIdByValue(values, 20), 5},
         {"case is ignored", uMapIdByString(strings, "ALPHA"), 5},
         {"no prefix", uMapIdByString(strings, "alph"), U_MAP_END_ID},
-        {"string, default", uMapIdByString(strings, "none"), U_MAP_END_ID},
         {"char", uMapIdByChar(chars, 0xFF), 5},
         {"characters are not folded", uMapIdByChar(chars, 'A'), U_MAP_END_ID},
         {"set the first row", uMapValueSetById(values, 5, 99), 0},
-        {"no such row", uMapValueSetById(values, 8, 1), -1},
         {"never the default", uMapValueSetById(values, U_MAP_END_ID, 1), -1},
         {"only that row", values[0].value == 99 && values[1].value == 20 && values[3].value == -9,
          true},
         // Null tables give the family defaults.
-        {"null tables", uMapAddrById(nullptr, 1) == nullptr && uMapCharById(nullptr, 1) == 0, true},
         {"null value", uMapValueById(nullptr, 1) + uMapValueSetById(nullptr, 1, 1), -2},
         {"null string", uMapStringById(nullptr, 3), ""},
-        {"null reverse",
-         uMapIdByAddr(nullptr, nullptr) & uMapIdByValue(nullptr, 0) & uMapIdByString(nullptr, "x") &
-             uMapIdByChar(nullptr, 'x'),
-         U_MAP_END_ID},
     });
 }
 
@@ -140,15 +130,11 @@ TEST(UniqueId, Scripts) {
         // The cursor sits on the end of the shrunk range, in front of flags still allocated.
         {"the cursor at the end of a shrunk range wraps", "R0,8 D0 R0,1 X0 D0,-1"},
         {"releases outside the range", "R10,2 D10,11 X9 X12 X-1 X2147483647 D-1"},
-        {"count 0", "R0,0 D-1"},
-        {"negative first id", "R-1,5 D-1"},
         {"range past INT32_MAX", "R2147483646,3 D-1"},
         {"range up to INT32_MAX", "R2147483645,2 D2147483645,2147483646,-1"},
         {"growing keeps the flags and the cursor", "R10,3 D10,11 R10,5 D12,13,14,-1"},
-        {"shrinking keeps the array", "R0,5 D0,1,2,3,4 R0,2 D-1 X3 X1 D1,-1"},
         {"a moved range keeps flags by offset; a cursor below it restarts",
          "R0,3 D0 R100,3 D101,102,-1"},
-        {"unregister forgets; registering starts afresh", "R0,2 D0 U U D-1 R0,2 D0,1,-1"},
         // Listed once however often registered, so one unregistration removes it.
         {"registered twice, unregistered once", "R0,2 R0,4 U D-1 X0 D-1"},
     };

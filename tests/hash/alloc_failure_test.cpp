@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The maps and the status store with each of their uMalloc calls failing in turn: the documented
 // failure value, nothing leaked, the structure still usable. The table storage of the maps comes
-// from malloc, so running out there is out of the sweep's reach.
+// from malloc, so running out there is out of the sweep's reach. And every line the status store
+// logs.
+#include "call_table.hpp"
 #include "fail_alloc.hpp"
 
 #include <uhash.h>
@@ -10,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -65,5 +68,40 @@ const AllocCase kCases[] = {
 class HashAllocFailure : public testing::TestWithParam<AllocCase> {};
 
 PU_ALLOC_FAILURE_SWEEP(HashAllocFailure, kCases);
+
+// Every line the status store logs, exactly: applications watch for these texts. Some show only
+// before the first status is set, so the table runs in a fresh process, in order. The full table
+// also shows that it refuses new names but still updates known ones.
+std::uint32_t gStatus = 0;
+
+TEST(LogCatalogue, StatusMessagesFromAFreshStore) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const char *status = "basalt.utils.status";
+            pu::test::checkLogRows({
+                PU_LOG_ROW(getSystemStatus("never", &gStatus), 0, status,
+                           "The status [never] is not set yet."),
+                PU_LOG_ROW(getSystemStatus(nullptr, &gStatus), 0, status,
+                           "The status [(null)] is not set yet."),
+                PU_LOG_ROW((setSystemStatus("first", 3), getSystemStatus("First", &gStatus)), 0,
+                           status, "Cannot find this status: First "),
+                PU_LOG_ROW((statusBuffFree(), getSystemStatus("first", &gStatus)), 0, status,
+                           "Cannot find this status: first "),
+            });
+            for (int i = 0; i < 1024; ++i) { // every slot taken: the probe goes all the way round
+                setSystemStatus(("s" + std::to_string(i)).c_str(), 1);
+            }
+            pu::test::checkLogRows({PU_LOG_ROW(getSystemStatus("s-1", &gStatus), 0, status,
+                                               "cannot find this status: s-1 ")});
+            EXPECT_EQ(setSystemStatus("one-too-many", 1), -1) << "full";
+            EXPECT_EQ(setSystemStatus("s500", 5000) + getSystemStatus("s500", &gStatus), 0)
+                << "known names still update";
+            EXPECT_EQ(gStatus, 5000u);
+            statusBuffFree();
+            std::exit(::testing::Test::HasFailure() ? 1 : 0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
 
 } // namespace

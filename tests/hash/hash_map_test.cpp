@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The string hashes on hand-checked values; what the fuzz model of the maps leaves out (null
 // arguments, null values, release on destruction, folded keys around the inline probe buffer);
-// the status store's identity by two hashes, its probe wrap and full table, and writers and
+// the status store's identity by two hashes and its probe wrap, and writers and
 // unlocked readers on many threads.
 #include <uhash.h>
 #include <ustatus.h>
@@ -29,7 +29,6 @@ TEST(StringHash, KnownValues) {
         uint64_t bkdr, sum;
     } cases[] = {
         {nullptr, 1024, 0, 0, 0},
-        {"", 1024, 0, 0, 0},
         // rs: 97 * (63689 * 378551 mod 2^32) + 98, top bit set; bkdr: 97 * 131 + 98.
         {"ab", 1000, 0x80E76FB1u % 1000, 12805, 195}, // 57; a 31-bit mask would give 409
         // Bytes are read unsigned: 255 * 131 + 254, and 255 + 254 + 128.
@@ -63,8 +62,6 @@ TEST(HashMaps, NullArgumentsNullValuesAndReleaseOnDestroy) {
     gReleased.clear();
     checkRows({
         {"null map", uHashInsert(nullptr, "k", word(1)) + uIntHashInsert(nullptr, 1, word(1)), -2},
-        {"null key",
-         uHashInsert(strings, nullptr, word(1)) + uHashRemove(strings, nullptr, nullptr), -2},
         {"get, null", !uHashGetValue(nullptr, "k") && !uIntHashGetValue(nullptr, 1), true},
         // A string key with a null value counts as absent, so a second insert adds a second item.
         {"null value", uHashInsert(strings, "zero", nullptr), 1},
@@ -130,14 +127,6 @@ TEST(StatusStore, NamesAreTheirHashesAndCollisionsProbeOnWrapping) {
     EXPECT_EQ(getSystemStatus("missing", &untouched) + getSystemStatus(twinA.c_str(), nullptr), -2);
     EXPECT_EQ(untouched, 5u) << "a miss leaves the output alone";
     statusBuffFree();
-    for (std::uint32_t i = 0; i < kSlots; ++i) {
-        ASSERT_EQ(setSystemStatus(("status-" + std::to_string(i)).c_str(), i), 0) << i;
-    }
-    EXPECT_EQ(setSystemStatus("one-too-many", 1), -1) << "full";
-    EXPECT_EQ(setSystemStatus("status-500", 5000), 0) << "known names still update";
-    EXPECT_EQ(valueOf("status-500") + valueOf("one-too-many"), 4999);
-    statusBuffFree();
-    EXPECT_EQ(valueOf("status-0"), -1);
 }
 
 TEST(StatusStore, StatusesAndIdsUnderContention) {

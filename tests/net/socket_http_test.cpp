@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // HTTP request bodies streamed to a callback in pieces of at most 1024 bytes, with and without
-// a closing boundary line, from a loopback peer. That a tail is held back only when it matches is
-// the socket_http_body fuzz target's to check.
+// a closing boundary line, from a loopback peer. That a tail is held back only when it matches
+// (a closing line ending in CR LF is delivered) is the socket_http_body fuzz target's to check.
 #include <usocket.h>
 
 #include "socket_test_util.hpp"
@@ -20,7 +20,7 @@ struct Body {
     }
 };
 
-const std::string payload = pattern(2500, 5);
+const std::string payload = pattern(2500, 5), closing = payload + "\r\nXYZ\r\n";
 using Pieces = std::vector<std::uint32_t>;
 
 TEST(SocketReadHttpData, PiecesAndTheHeldBackTail) {
@@ -29,21 +29,9 @@ TEST(SocketReadHttpData, PiecesAndTheHeldBackTail) {
     using Row = std::tuple<const char *, std::string, const char *, std::int32_t, Pieces>;
     for (const auto &[label, sent, boundary, result, pieces] : {
              Row{"no boundary", pattern(5000), nullptr, 5000, {1024, 1024, 1024, 1024, 904}},
-             Row{"no boundary, last read filled", pattern(2048), nullptr, 2048, {1024, 1024, 0}},
-             Row{"the usual closing line stays",
-                 payload + "\r\nXYZ\r\n",
-                 "XYZ",
-                 2507,
-                 {1024, 1024, 452, 7}},
-             Row{"text and zero: dropped",
-                 payload + std::string("--XYZ\0!", 7),
-                 "XYZ",
-                 2500,
-                 {1024, 1024, 452}},
-             Row{"shorter than the tail", "abcdef", "XYZ", 0, {}},
-             Row{"exactly the tail", "0123456", "XYZ", 7, {0, 7}},
-             Row{"first read full, then nothing", pattern(1031, 9), "XYZ", 1031, {1024, 0, 7}},
-             Row{"an empty boundary holds back 4", "ab", "", 0, {}},
+             Row{"no boundary, last read full", pattern(2048), nullptr, 2048, {1024, 1024, 0}},
+             Row{"text+NUL", payload + std::string("--XYZ\0!", 7), "XYZ", 2500, {1024, 1024, 452}},
+             Row{"first read full", pattern(1031, 9), "XYZ", 1031, {1024, 0, 7}},
          }) {
         SCOPED_TRACE(label);
         Connection c = connectLoopback();
@@ -61,13 +49,7 @@ TEST(SocketReadHttpDataWithSize, ConsumesTheContentLengthAndNoMore) {
                            Pieces, std::string>;
     for (const auto &[label, sent, boundary, length, result, pieces, rest] : {
              Row{"no boundary", payload + "NEXT", nullptr, 2500, 2500, {1024, 1024, 452}, "NEXT"},
-             Row{"closing line read, not delivered",
-                 payload + "\r\nXYZ\r\nNEXT",
-                 "XYZ",
-                 2507,
-                 2507,
-                 {1024, 1024, 452},
-                 "NEXT"},
+             Row{"closing line", closing + "NEXT", "XYZ", 2507, 2507, {1024, 1024, 452}, "NEXT"},
              Row{"no content", "abc", nullptr, 0, 0, {}, "abc"},
              Row{"one byte", "abc", nullptr, 1, 1, {1}, "bc"},
              Row{"negative length", "abc", nullptr, -3, 0, {}, "abc"},

@@ -40,25 +40,16 @@ TEST(SlowSocketReadWithTimeout, ATimeOutOfOneSecondEndsAPartialRead) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(990));
 }
 
-TEST(SocketWriteWithTimeout, ContinuesPartialWritesAndStopsShortWhenTheReaderStallsOrGoes) {
-    Connection slow = connectLoopback(4096), stalled = connectLoopback(4096),
-               gone = connectLoopback(4096);
+TEST(SocketWriteWithTimeout, StopsShortWhenTheReaderStallsOrGoes) {
+    Connection stalled = connectLoopback(4096), gone = connectLoopback(4096);
     const std::string data = pattern(600000, 7);
     const auto size = static_cast<std::int32_t>(data.size());
-    std::thread reader([&] {
-        std::string got(data.size(), '\0');
-        EXPECT_EQ(uSocketReadNormalData(slow.far.get(), got.data(), size), size);
-        EXPECT_TRUE(got == data);
-    });
-    EXPECT_EQ(uSocketSafeWriteData(slow.near.get(), data.data(), size), size);
-    reader.join();
     const std::int32_t fitted = uSocketWriteWithTimeout(stalled.near.get(), data.data(), size, 0);
     EXPECT_GT(fitted, 0); // what fits, then the first wait finds no room
     EXPECT_LT(fitted, size);
     gone.far.reset(); // a short count instead of a signal that ends the process
     EXPECT_LT(uSocketWriteWithTimeout(gone.near.get(), data.data(), size, 1), size);
-    EXPECT_EQ(uSocketWriteWithTimeout(slow.near.get(), data.data(), 0, 1), 0);
-    EXPECT_EQ(uSocketWriteWithTimeout(slow.near.get(), nullptr, 10, 1), 0);
+    EXPECT_EQ(uSocketWriteWithTimeout(gone.near.get(), nullptr, 10, 1), 0);
 }
 
 std::int32_t countPiece(void *calls, const char *, std::uint32_t) {
@@ -116,21 +107,6 @@ TEST(SocketReadWithoutSize, TheLimitIsConsultedOnlyWhereTheBufferGrows) {
             EXPECT_EQ(out, &sentinel); // untouched
         }
     }
-}
-
-TEST(SocketReadWithoutSize, CollectsAnUnevenSenderUntilItCloses) {
-    Connection c = connectLoopback();
-    const std::string data = pattern(50003, 11);
-    std::thread peer([&] {
-        sendAll(c.far.get(), data, 0);
-        c.far.reset();
-    });
-    char *out = nullptr;
-    EXPECT_EQ(uSocketReadWithoutSize(c.near.get(), &out), static_cast<std::int32_t>(data.size()));
-    peer.join();
-    EXPECT_EQ(std::string(out, data.size() + 1), data + '\0');
-    uFree(out);
-    EXPECT_EQ(uSocketReadWithoutSize(c.near.get(), nullptr), 0);
 }
 
 TEST(SocketReadLine, TerminatorsFullBuffersAndEarlyEnds) {

@@ -1,37 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Loopback pairs and their ports, the UDP port check, the send-queue wait and the option setters.
-#include <platform_os.h>
+// Loopback pairs and their ports, the UDP port check and the option setters.
 #include <usocket.h>
 
-#include "log_capture.hpp"
 #include "socket_test_util.hpp"
 
-#include <dlfcn.h>
 #include <fcntl.h>
-
-namespace pu::test {
-namespace {
-
-CallRecorder<int> delays; // the ticks of each taskDelay while `recordDelays` is set
-std::atomic<bool> recordDelays{false};
-std::function<void(std::size_t)> onDelay; // runs inside the n-th recorded delay
-
-} // namespace
-} // namespace pu::test
-
-// This program's taskDelay wins over the platform's for every caller, the library included, so
-// a wait that polls once a second runs at once and its polls can be counted.
-extern "C" __attribute__((visibility("default"))) int taskDelay(int ticks) {
-    using namespace pu::test;
-    if (!recordDelays) {
-        return reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, __func__))(ticks);
-    }
-    delays.record(ticks);
-    if (onDelay) {
-        onDelay(delays.size());
-    }
-    return 0;
-}
 
 namespace pu::test {
 namespace {
@@ -82,24 +55,6 @@ TEST(SocketPeer, PairsAreConnectedNonBlockingEndsOnPortsFromTheProcessGenerator)
     }
 }
 
-TEST(SocketPeer, RefusesDescriptorsSelectCannotWatch) {
-    if (!allowDescriptorsUpTo(FD_SETSIZE + 8)) {
-        GTEST_SKIP() << "the hard descriptor limit is below " << FD_SETSIZE + 8;
-    }
-    std::vector<Fd> fillers; // every descriptor below FD_SETSIZE taken: the pair's land above
-    while (fillers.empty() || fillers.back().get() < FD_SETSIZE - 1) {
-        fillers.emplace_back(open("/dev/null", O_RDONLY));
-        ASSERT_GE(fillers.back().get(), 0);
-    }
-    LogCapture log;
-    const int before = openDescriptors();
-    uSocketPair pair{-7, -7};
-    EXPECT_EQ(uSocketPeer(&pair), -1);
-    EXPECT_EQ(pair.clientSock, -7);
-    EXPECT_EQ(openDescriptors(), before);
-    EXPECT_EQ(log.countContaining("basalt.utils.socket", "error"), 0) << "refused before binding";
-}
-
 TEST(SocketPortIsUsable, OnlyAPortFreeForUdpOnAllInterfacesCounts) {
     Fd udp = bindLoopback(SOCK_DGRAM, 0), tcp = bindLoopback(SOCK_STREAM, 0),
        gone = bindLoopback(SOCK_DGRAM, 0);
@@ -110,34 +65,6 @@ TEST(SocketPortIsUsable, OnlyAPortFreeForUdpOnAllInterfacesCounts) {
     for (auto [port, usable] : cases) {
         EXPECT_EQ(uSocketPortIsUsable(port), usable) << port;
     }
-}
-
-TEST(SocketWaitSendDataConfirmed, CountsUnchangedPollsInARowOneSecondApart) {
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0); // its queue changes only by reading
-    Fd writer(ends[0]), reader(ends[1]);
-    recordDelays = true;
-    EXPECT_EQ(uSocketWaitSendDataConfirmed(writer.get(), 0), 0); // nothing queued: no poll
-    EXPECT_EQ(delays.size(), 0U);
-    fcntl(writer.get(), F_SETFL, O_NONBLOCK);
-    while (send(writer.get(), "0123456789abcdef", 16, MSG_NOSIGNAL) > 0) {
-    }
-    // Tolerance, the poll in which the reader takes some bytes (0: none), result, polls made.
-    using Row = std::tuple<int, std::size_t, std::size_t, int, std::size_t>;
-    for (const auto &[tolerance, drainAt, bytes, result, polls] :
-         {Row{0, 0, 0, -1, 1}, Row{1, 0, 0, -1, 2}, Row{3, 0, 0, -1, 4}, Row{-4, 0, 0, -1, 1},
-          Row{1, 2, 1000, -1, 4}, Row{5, 3, 1 << 22, 0, 3}}) {
-        SCOPED_TRACE(tolerance);
-        delays.clear();
-        onDelay = [&, drainAt = drainAt, bytes = bytes](std::size_t n) {
-            std::string sink(bytes, '\0');
-            EXPECT_TRUE(n != drainAt || read(reader.get(), sink.data(), bytes) > 0);
-        };
-        EXPECT_EQ(uSocketWaitSendDataConfirmed(writer.get(), tolerance), result);
-        EXPECT_EQ(delays.values(), std::vector<int>(polls, sysClkRateGet()));
-    }
-    onDelay = nullptr;
-    recordDelays = false;
 }
 
 TEST(SocketOptions, SettersRefuseNegativeValuesAndNonSockets) {

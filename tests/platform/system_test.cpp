@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The operating-system layer: the power manager's records and heartbeats, spawned tasks, thread
-// pools, the clocks, the time-zone offset, numeric addresses, semaphores and message queues.
+// The operating-system layer: the power manager's records and heartbeats, thread pools, the
+// clock, the time-zone offset, numeric addresses, semaphores and message queues.
 #include "call_table.hpp"
 #include "test_support.hpp"
 
@@ -14,7 +14,6 @@
 #include <chrono>
 #include <climits>
 #include <cstdlib>
-#include <future>
 #include <set>
 #include <sstream>
 #include <string>
@@ -148,18 +147,12 @@ std::string upTime() {
            std::to_string(osaGetSysUpMs());
 }
 
-TEST_F(Sim, TheClockRealAndSimulated) {
+TEST_F(Sim, TheSimulatedClockWrapsItsMilliseconds) {
     checkRows({
-        {"null pointers", osaGetSysUpTime(nullptr, nullptr), 0},
-        {"set", (platformSimSetManual(1), platformSimSetUpTime(100, 250'000), upTime()),
-         "100.250000 100250"},
-        {"ms round down", (platformSimAdvanceUs(999), upTime()), "100.250999 100250"},
-        {"2^32 - 1 ms", (platformSimSetUpTime(4'294'967, 295'000), upTime()),
-         "4294967.295000 4294967295"},
-        {"ms wrap, seconds not", (platformSimAdvanceMs(1), upTime()), "4294967.296000 0"},
-        {"real again",
-         (platformSimSetUpTime(7, 0), platformSimSetManual(0), upTime() != "7.0 7000"), true},
-        {"simulated time kept", (platformSimSetManual(1), upTime()), "7.0 7000"},
+        {"rounded down, 2 ms before the wrap",
+         (platformSimSetManual(1), platformSimSetUpTime(4'294'967, 294'999), upTime()),
+         "4294967.294999 4294967294"},
+        {"ms wrap, seconds not", (platformSimAdvanceUs(1001), upTime()), "4294967.296000 0"},
         {"span over the wrap", osaLongTimeSpanCompute(0xFFFFFF00u, 0x10u), 0x110},
         {"a negative span wraps", osaLongTimeSpanCompute(5, 3), 0xFFFFFFFEu},
     });
@@ -181,10 +174,6 @@ TEST_F(Sim, TimeZoneOffset) {
 
 using Call = pu::test::BlockedCall<int>;
 
-int other(const std::function<int()> &call) {
-    return std::async(std::launch::async, call).get();
-}
-
 int send(MSG_Q_ID id, const std::string &text, int timeout = NO_WAIT, int priority = 0) {
     return msgQSend(id, text.data(), static_cast<uint32_t>(text.size()), timeout, priority);
 }
@@ -193,30 +182,6 @@ std::string receive(MSG_Q_ID id, uint32_t size = 64) {
     std::string buffer(size, '\0');
     const int n = msgQReceive(id, buffer.data(), size, NO_WAIT);
     return n < 0 ? "<none>" : buffer.substr(0, static_cast<std::size_t>(n));
-}
-
-TEST(Semaphore, MutexIsRecursiveForItsOwnerOnlyAndBinaryKeepsOneGive) {
-    const SEM_ID m = semMCreate(0), b = semBCreate(0, SEM_EMPTY), f = semBCreate(0, SEM_FULL);
-    const auto otherTake = [m] { return other([m] { return semTake(m, NO_WAIT); }); };
-    checkRows({
-        {"give a mutex nobody holds", semGive(m), -1},
-        {"take twice", semTake(m, NO_WAIT) + semTake(m, WAIT_FOREVER), 0},
-        {"another thread", otherTake(), -1},
-        {"give 1 of 2", semGive(m), 0},
-        {"another thread gives", other([m] { return semGive(m); }), -1},
-        {"give 2 of 2", semGive(m), 0},
-        {"a third give", semGive(m), -1},
-        {"another thread, free now", otherTake(), 0},
-        {"delete a held mutex", semDelete(m), 0},
-        {"binary, empty", semTake(b, NO_WAIT), -1},
-        {"give twice", semGive(b) + semGive(b), 0},
-        {"take", semTake(b, NO_WAIT), 0},
-        {"two gives left one take", semTake(b, NO_WAIT), -1},
-        {"full", semTake(f, NO_WAIT), 0},
-        {"then empty", semTake(f, NO_WAIT), -1},
-    });
-    semDelete(b);
-    semDelete(f);
 }
 
 TEST(Blocking, GivesSendsReceivesAndDeletesEndTheWait) {
@@ -236,7 +201,10 @@ TEST(Blocking, GivesSendsReceivesAndDeletesEndTheWait) {
     }
     checkRows({
         {"a give wakes the binary taker", (semGive(b), bTake.result()), 0},
+        {"two gives keep one", (semGive(b), semGive(b), semTake(b, NO_WAIT) + semTake(b, NO_WAIT)),
+         -1},
         {"a give hands the mutex to its waiter", (semGive(m), mTake.result()), 0},
+        {"which the first owner no longer holds", semGive(m), -1},
         {"a delete fails every taker", (semDelete(db), db1.result() + db2.result()), -2},
         {"a send wakes a timed receive", (send(q, "late"), qReceive.result()), 4},
         {"the message", std::string(buffer, 4), "late"},
@@ -257,7 +225,7 @@ TEST(Handles, ZeroForgedDeletedAndOtherKindsFailAtOnce) {
     send(deadQ, "x");
     msgQDelete(deadQ);
     char buffer[4];
-    for (uint32_t id : {0u, 0xFFFFFFFFu, 0x000FFFFFu, deadB, deadQ}) {
+    for (uint32_t id : {0u, 0xFFFFFFFFu, deadB, deadQ}) {
         SCOPED_TRACE(id);
         checkRows({{"take", semTake(id, WAIT_FOREVER), -1},
                    {"give", semGive(id), -1},
@@ -328,13 +296,11 @@ TEST(MsgQ, OrderUrgencyAndBounds) {
     }
     const MSG_Q_ID id = msgQCreate(4, 4, 0);
     checkRows({
-        {"no queues of 0 messages or bytes", msgQCreate(0, 8, 0) + msgQCreate(4, 0, 0), 0},
-        {"or storage that cannot exist", msgQCreate(INT_MAX, INT_MAX, 0), 0},
-        {"null text", msgQSend(id, nullptr, 1, NO_WAIT, 0), -1},
+        {"storage that cannot exist", msgQCreate(INT_MAX, INT_MAX, 0), 0},
         {"a short buffer cuts", (send(id, "1234"), receive(id, 2)), "12"},
         {"and the rest is gone", msgQNumMsgs(id), 0},
-        {"null buffer", (send(id, "x"), msgQReceive(id, nullptr, 4, NO_WAIT)), -1},
-        {"takes nothing", msgQNumMsgs(id) + msgQDelete(id), 1},
+        {"null buffer takes nothing", (send(id, "x"), msgQReceive(id, nullptr, 4, NO_WAIT)), -1},
+        {"still there", msgQNumMsgs(id) + msgQDelete(id), 1},
     });
 }
 
@@ -366,12 +332,11 @@ TEST(Concurrency, HandlesAndMutexesOnManyThreads) {
 
 // Numeric IPv4 and IPv6 addresses only: no names, zones, brackets, ports or blanks.
 TEST(SockAddr, NumericAddressesOnly) {
-    for (const char *good : {"0.0.0.0", "255.255.255.255", "::", "fe80::1", "::ffff:192.168.1.1"}) {
+    for (const char *good : {"255.255.255.255", "::ffff:192.168.1.1"}) {
         EXPECT_NE(sockIsValidAddr(good), 0) << good;
     }
-    for (const char *bad :
-         {"", "localhost", "256.1.1.1", "1.2.3", " 1.2.3.4", "1:2:3:4:5:6:7:8:9", "fe80::1%eth0",
-          "[::1]", "1.2.3.4:80", static_cast<const char *>(nullptr)}) {
+    for (const char *bad : {"localhost", "256.1.1.1", "fe80::1%eth0", "[::1]", "1.2.3.4:80",
+                            static_cast<const char *>(nullptr)}) {
         EXPECT_EQ(sockIsValidAddr(bad), 0) << pu::test::orNull(bad);
     }
 }

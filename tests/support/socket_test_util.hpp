@@ -64,13 +64,10 @@ inline Connection connectLoopback(int bufferBytes = 0) {
     return {Fd(accept(listener.get(), nullptr, nullptr)), std::move(far)};
 }
 
-// Writes data on fd (blocking) in pieces of `piece` bytes, or of uneven sizes from 1 to 1500
-// bytes when piece is 0, so that readers meet partial data.
-inline void sendAll(int fd, const std::string &data, std::size_t piece = SIZE_MAX) {
-    for (std::size_t done = 0, uneven = 3; done < data.size(); uneven = uneven * 5 % 1500 + 1) {
-        const ssize_t sent =
-            send(fd, data.data() + done, std::min(piece ? piece : uneven, data.size() - done),
-                 MSG_NOSIGNAL);
+// Writes all of data on fd (blocking).
+inline void sendAll(int fd, const std::string &data) {
+    for (std::size_t done = 0; done < data.size();) {
+        const ssize_t sent = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
         ASSERT_GT(sent, 0);
         done += static_cast<std::size_t>(sent);
     }

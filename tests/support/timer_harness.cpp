@@ -88,6 +88,20 @@ uTimePlanInfo planInfo(const char *start, const char *end, std::uint32_t repeatT
     return info;
 }
 
+uTimePlanPauseInfo pauseReq(const char *group, const char *from, const char *to,
+                            std::int32_t type) {
+    uTimePlanPauseInfo req{type, group, {}, {}};
+    std::snprintf(req.pauseStartTime, sizeof req.pauseStartTime, "%s", from);
+    std::snprintf(req.pauseEndTime, sizeof req.pauseEndTime, "%s", to);
+    return req;
+}
+
+void unpause(const char *group, std::int32_t id, std::int32_t type) {
+    uTimePlanPauseInfo req{type, group, {}, {}};
+    req.pauseId = id;
+    uTimePlanPauseDel(&req);
+}
+
 void TimerTest::setNow(std::time_t now) {
     now_ = now;
     nowMs_ = 0;

@@ -77,6 +77,11 @@ inline constexpr std::uintptr_t kEnd = 100;
 uTimePlanInfo planInfo(const char *start, const char *end, std::uint32_t repeatType,
                        std::uintptr_t label, std::uint32_t repeatDate = 0);
 
+// A pause of group over the dates from and to ("YYYY-MM-DD"), and the deletion of pause id.
+uTimePlanPauseInfo pauseReq(const char *group, const char *from, const char *to,
+                            std::int32_t type = 0);
+void unpause(const char *group, std::int32_t id, std::int32_t type = 0);
+
 // One step of a scenario: run act, let time pass (ms, or up to the wall-clock second until),
 // then expect what fired during the step. Expected seconds of 0 match any second.
 struct Step {

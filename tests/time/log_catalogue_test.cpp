@@ -13,20 +13,13 @@ constexpr const char *kPlan = "platform.utils.timePlan";
 constexpr const char *kInterval = "basalt.utils.intervalPlan";
 
 std::int32_t pause(std::int32_t type, const char *from, const char *to) {
-    uTimePlanPauseInfo req{type, "catalogue", {}, {}};
-    std::snprintf(req.pauseStartTime, sizeof req.pauseStartTime, "%s", from);
-    std::snprintf(req.pauseEndTime, sizeof req.pauseEndTime, "%s", to);
+    const uTimePlanPauseInfo req = pauseReq("catalogue", from, to, type);
     return uTimePlanPauseAdd(&req);
-}
-void unpause(std::int32_t type, std::int32_t id) {
-    uTimePlanPauseInfo req{type, "catalogue", {}, {}};
-    req.pauseId = id;
-    uTimePlanPauseDel(&req);
 }
 std::int32_t twoPauses() {
     const std::int32_t first = pause(0, "2026-11-23", "2026-11-25");
-    unpause(0, pause(0, "2026-11-23", "2026-11-25"));
-    unpause(0, first);
+    unpause("catalogue", pause(0, "2026-11-23", "2026-11-25"));
+    unpause("catalogue", first);
     return 0;
 }
 std::int32_t calculate(const char *start) {
@@ -54,7 +47,8 @@ TEST_F(TimerTest, LogCatalogue) {
         PU_LOG_ROW(calculate("8"), 1, kPlan,
                    "timePlanTimeCalculation: startTime or endTime Compose failed"),
         PU_LOG_ROW(pause(1, "", ""), 3, kPlan, "uTimePlanPauseAdd: pauseType not support"),
-        PU_LOG_ROW(unpause(1, 5), 3, kPlan, "uTimePlanPauseDel: pauseType not support"),
+        PU_LOG_ROW(unpause("catalogue", 5, 1), 3, kPlan,
+                   "uTimePlanPauseDel: pauseType not support"),
         PU_LOG_ROW(pause(0, "2026-02-30", "2026-11-24"), 0, kPlan,
                    "uTimePlanPauseTimeCalculation: pauseStartTime [2026-02-30] parse ERROR"),
         PU_LOG_ROW(pause(0, "2026-11-23", "tomorrow"), 0, kPlan,

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Timers on the simulated clock: expiry, delays, refresh and delete, callbacks that work on
-// timers, the record pool, wake-up arming, calendar-bound timers, and the timer task's measure of
-// elapsed time.
+// Timers on the simulated clock: delays, the record pool, wake-up arming, calendar-bound timers,
+// the timer task's measure of elapsed time, and timers worked on from several threads.
 #include "timer_harness.hpp"
 
 #include <log_capture.hpp>
@@ -13,60 +12,15 @@
 namespace pu::test {
 namespace {
 
-std::uint32_t id[8];
-std::uint32_t follower = 0;
-void deleteAndRefresh(void *) {
-    uTimerDel(id[2]);
-    uTimerRefresh(id[3], 500);
-    follower = uTimerAdd(record, tag(9), 50);
-    record(tag(8));
-}
-auto remain(int slot, std::uint32_t ms) {
-    return [=] { EXPECT_EQ(uTimerRemainGet(id[slot]), ms) << "timer " << slot; };
-}
-
-// Ordering among live timers is the model test's; these are the rules around it.
-TEST_F(TimerTest, Scenarios) {
+// Even a pass that measured no time serves a delay of 0; a delay keeps only its low 32 bits.
+TEST_F(TimerTest, ZeroRefusedAndWideDelays) {
     Timers t;
-    const auto zeroAndRefused = [&] {
-        t.add(100, 2), t.add(0, 5);
+    const auto adds = [&] {
+        t.add(100, 2), t.add(0, 5), t.add((std::int64_t{1} << 32) + 5, 1);
         EXPECT_EQ(t.add(-1, 6), 0U);
         EXPECT_EQ(t.keep(uTimerAddWithWakeup(record, tag(6), INT64_MIN)), 0U);
     };
-    const auto refresh = [&] {
-        remain(1, 750)();
-        uTimerRefresh(id[1], 300), uTimerRefresh(id[1], -1), uTimerRefresh(0xFFFFFFF0U, 10);
-        remain(1, 300)(), remain(2, 350)();
-    };
-    const auto meddling = [&] {
-        t.keep(uTimerAdd(deleteAndRefresh, nullptr, 100));
-        id[2] = t.add(200, 2), id[3] = t.add(150, 3);
-    };
-    const struct {
-        const char *name;
-        std::vector<Step> steps;
-    } scenarios[] = {
-        // Even a pass that measured no time serves a delay of 0.
-        {"refused delays, zero delay", {{0, 0, {{5}}, zeroAndRefused}, {100, 0, {{2}}}}},
-        {"delays use the low 32 bits",
-         {{5, 0, {{1}}, [&] { t.add((std::int64_t{1} << 32) + 5, 1), t.add(10, 2); }},
-          {5, 0, {{2}}}}},
-        // The old expiry passes without a second call.
-        {"refresh keeps the id and restarts from the last pass",
-         {{250, 0, {}, [&] { id[1] = t.add(1000, 1), id[2] = t.add(600, 2); }},
-          {299, 0, {}, refresh},
-          {1, 0, {{1}}},
-          {1000, 0, {{2}}}}},
-        {"callbacks may delete, refresh and add timers",
-         {{100, 0, {{8}}, meddling},
-          {50, 0, {{9}}, [&] { t.keep(follower), remain(2, 0)(), remain(3, 500)(); }},
-          {450, 0, {{3}}}}},
-    };
-    for (const auto &s : scenarios) {
-        SCOPED_TRACE(s.name);
-        run(s.steps);
-        t.clear();
-    }
+    run({{0, 0, {{5}}, adds}, {5, 0, {{1}}}, {95, 0, {{2}}}});
 }
 
 // Seconds are multiplied by 1000 in 32 bits: 2,147,484 s wraps negative and is refused, 4,294,968
@@ -136,6 +90,7 @@ TEST_F(TimerTest, ExhaustedPoolRefusesAddsAndRecovers) {
     EXPECT_EQ(freeRecords(), fillers.size() + 3); // every record came back
 }
 
+std::uint32_t id[3]; // wake-up timers by slot
 TEST_F(TimerTest, TheDeviceWakeUpFollowsTheEarliestWakeUpTimer) {
     Timers t;
     const int handle = timerPowerHandle();
