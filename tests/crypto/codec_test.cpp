@@ -51,7 +51,7 @@ TEST(Codecs, StrictLenientUrlPasswordsAndHexadecimal) {
         PU_ROW(decode("Zm9vYg==x", 0), "4:666f6f62"),
         PU_ROW(decode("Zh=="), "-1:"),       // leftover bits set before the padding
         PU_ROW(decode("Zg==", 1, 1), "-1:"), // a partial group needs one byte more than it gives
-        PU_ROW(decode("Zm8=", 1, 3) + decode("Zm8=", 1, 2), "2:666f-1:"),
+        PU_ROW(decode("Zg==", 1, 2), "1:66"),
         PU_ROW(decode(" \t\v\rZm8=", 0), "2:666f"), // blanks as the C locale has them
         PU_ROW(uB64_base64url(abc, 3, t, 4), -1),   // the padded text must fit
         PU_ROW(uB64_debase64url("", reinterpret_cast<uint8_t *>(d), sizeof d), 0),

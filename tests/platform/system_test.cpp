@@ -300,7 +300,9 @@ TEST(MsgQ, OrderUrgencyAndBounds) {
         {"a short buffer cuts", (send(id, "1234"), receive(id, 2)), "12"},
         {"and the rest is gone", msgQNumMsgs(id), 0},
         {"null buffer takes nothing", (send(id, "x"), msgQReceive(id, nullptr, 4, NO_WAIT)), -1},
-        {"still there", msgQNumMsgs(id) + msgQDelete(id), 1},
+        {"still there", msgQNumMsgs(id), 1},
+        {"with size 0 it takes it", msgQReceive(id, nullptr, 0, NO_WAIT) + msgQNumMsgs(id), 0},
+        {"deleted", msgQDelete(id), 0},
     });
 }
 

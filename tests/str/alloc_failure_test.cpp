@@ -55,8 +55,12 @@ const pu::test::AllocCase kCases[] = {
             EXPECT_TRUE(rec == nullptr ||
                         (std::string(rec->key) == "k" && std::string(rec->value) == "v"));
             uStrKeyValueFree(rec);
-            return ownedText(uStrGetCopy("abc"), "abc") | ownedText(uStrGetInt2StrCpy(-42), "-42") |
-                   ownedText(buf, "abc") | ownedList(uStrSep("a,,b", ","), {"a", "b"}) |
+            char upper[8] = "";
+            const bool upperFailed = uStrToUppercase("ab", upper, 8) == -1;
+            EXPECT_TRUE(upperFailed || std::string(upper) == "AB");
+            return upperFailed | ownedText(uStrGetCopy("abc"), "abc") |
+                   ownedText(uStrGetInt2StrCpy(-42), "-42") | ownedText(buf, "abc") |
+                   ownedList(uStrSep("a,,b", ","), {"a", "b"}) |
                    ownedList(uStrParseCsvRow("a, \"b,c\",d"), {"a", "b,c", "d"}) | (rec == nullptr);
         }),
     pu::test::reportingCase(

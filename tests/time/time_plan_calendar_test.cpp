@@ -18,9 +18,9 @@ std::time_t at(int y, int mo, int d, int h = 8, int mi = 0, int s = 0) {
 }
 
 TEST(TimePlanCalendar, MonthLengthsAndTmCompare) {
-    const std::int32_t days[][3] = {{2000, 1, 29},  {1900, 1, 28},  {2024, 1, 29},
-                                    {2023, 1, 28},  {2023, 11, 31}, {2023, 12, -1},
-                                    {2023, -1, -1}, {-1, 0, -1}}; // by 400, by 100 only
+    const std::int32_t days[][3] = {{2000, 1, 29},  {1900, 1, 28},  {2024, 1, 29},  {2023, 1, 28},
+                                    {2023, 11, 31}, {2023, 12, -1}, {2023, -1, -1}, {-1, 0, -1},
+                                    {2026, 0, 31}}; // by 400, by 100 only
     for (const auto &[year, month, n] : days) {
         EXPECT_EQ(uTimePlanMonthMaxDay(year, month), n) << year << "-" << month;
     }

@@ -37,6 +37,7 @@ const pu::test::AllocCase kCases[] = {
          if (steps.failed(uParaUrlAddString(list, "k", "a b") != 0)) {
              ASSERT_EQ(uParaUrlAddString(list, "k", "a b"), 0);
          }
+         steps.failed(uParaUrlAddString(list, "k", "a b") != 0); // an update allocates too
          char *joined = uParaUrlStringPtrCreate(list);
          if (steps.failed(joined == nullptr)) {
              joined = uParaUrlStringPtrCreate(list);

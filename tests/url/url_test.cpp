@@ -38,7 +38,9 @@ std::string parsed(const std::string &url) {
     }
     char text[256];
     EXPECT_EQ(0, uStrUrlParaToStr(rec, text, sizeof(text)));
-    EXPECT_EQ(-1, uStrUrlParaToStr(rec, nullptr, sizeof(text)));
+    char small[10]; // too short: the pieces that fit stay, the call fails
+    EXPECT_EQ(-2, uStrUrlParaToStr(rec, nullptr, sizeof(text)) +
+                      uStrUrlParaToStr(rec, small, sizeof(small)));
     uStrUrlParaFree(rec);
     return url == text ? out : out + " => " + text;
 }
@@ -47,6 +49,7 @@ TEST(UrlParse, ComponentsAndRebuild) {
     const std::pair<std::string, std::string> rows[] = {
         {"http://u:p@192.168.1.10:8080/a/b?x=1#top", "http|u|p|192.168.1.10|8080|a/b|x=1|top"},
         {"http://h.com?q=1#f", "http|-|-|h.com|-|-|q=1|f"},
+        {"http://[::1]x/p", "refused"},
         {"user@host.com#f?x", "-|user|-|host.com|-|-|-|f?x"}, // the fragment holds the '?'
         // The last '@' ends the user part; each part splits at its last ':'.
         {"http://a:b:c@d@h.com:8/", "http|a:b|c@d|h.com|8||-|- => http://a:b:c%40d@h.com:8/"},
@@ -116,7 +119,7 @@ TEST(UrlQuery, ListsUpdateInPlaceAndJoinWithinTheLimit) {
     ASSERT_EQ(0, uParaUrlAddInt(list, "i", -5) + uParaUrlAddLong(list, "i", 9000000000LL));
     ASSERT_EQ(0, uParaUrlAddBool(list, "f", 2) + uParaUrlAddBoolUnencoded(list, "u", 2));
     ASSERT_EQ(0, uParaUrlAddBoolUnencoded(list, "z", 0));
-    ASSERT_EQ(-1, uParaUrlAddString(list, nullptr, "v"));
+    ASSERT_EQ(-2, uParaUrlAddString(list, nullptr, "v") + uParaUrlAddString(list, "", "v"));
     ASSERT_EQ(0, uParaUrlAddStringUnencoded(list, "a+b", "raw #")); // the stored key is encoded
     EXPECT_EQ(take(uParaUrlStringPtrCreate(list)), "a+b=raw #&i=9000000000&f=FALSE&u=TRUE&z=FALSE");
     // Keys are cut at 60 and values at 508 encoded characters.

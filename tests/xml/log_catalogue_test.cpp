@@ -65,6 +65,8 @@ TEST(XmlLog, Catalogue) {
                    "uXmlParseFromFdWithDigestAndBreak: XML_Parse :ok Or Read Finished :1 !!!."),
         PU_LOG_ROW(parseWithDigest("<r>", 0, r), 1, xml,
                    "uXmlParseFromFdWithDigestAndBreak: XML_Parse :error Or Read Finished :1 !!!."),
+        PU_LOG_ROW(parseWithDigest("</x>" + std::string(3000, ' '), 0, r), 1, xml,
+                   "uXmlParseFromFdWithDigestAndBreak: XML_Parse :error Or Read Finished :0 !!!."),
         PU_LOG_ROW(parseWithDigest(doc, 0, r, nullptr, stop), 1, xml,
                    "uXmlParseFromFdWithDigestAndBreak: Break Parseing !!!."),
         PU_LOG_ROW(parseBuf("<r/>", selfResume), 3, xml,

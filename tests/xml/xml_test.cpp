@@ -75,7 +75,14 @@ TEST(XmlParse, RepairTrailersAndMalformedDocuments) {
         PU_ROW(uXmlParseFromFdWithDigestAndBreak(-1, 0, uSocketReadNormalData, nullptr, &r, nullptr,
                                                  nullptr, nullptr, nullptr, nullptr),
                -1),
-        PU_ROW(parseWithDigest("", 0, r).result, -1), // a stream that ends at once
+        PU_ROW(parseWithDigest("", 0, r).result, -1),     // a stream that ends at once
+        PU_ROW(parseWithDigest("<a/>", 1, r).result, -1), // a declared length of one byte
+        PU_ROW(uXmlParseFromBuf("<a/>\r\n", "<a/>", &r, nullptr, nullptr, nullptr), -1),
+        // The first piece keeps one byte beside a 2045-byte trailer.
+        PU_ROW(parseWithDigest("<" + std::string(2047, ' ') + "</bad", 0, r,
+                               std::string(2045, 'x').c_str())
+                   .result,
+               -1),
         PU_ROW(parseMapEmpty(), true),
     });
 }
@@ -193,6 +200,7 @@ TEST(XmlEscape, BadArgumentsAreRefusedWithoutTouchingTheCount) {
         PU_ROW(uXmlParserEscapeAmpersands("a", 1, out, &count, 0, &state, 1), 2),
         PU_ROW(uXmlParserEscapeAmpersands("a", 1, out, &count, 16, &corrupt, 1), 2),
         PU_ROW(count, 77),
+        PU_ROW(uXmlParserEscapeAmpersands("&&", 2, out, &count, 3, &state, 0), 1), // out is full
         // The buffer-growing form reports any refusal as -1, its own and the repair's.
         PU_ROW(uXmlParserProcessXmlBufferWithAmp("a", 1, nullptr, &count, &room, &state, 1), -1),
         PU_ROW(uXmlParserProcessXmlBufferWithAmp("a", 1, &grown, &count, &room, &corrupt, 1), -1),
