@@ -220,7 +220,7 @@ TEST(UrlCheck, QuickAnswersAgreeWithThePatternsExhaustively) {
     };
     std::vector<std::string> urls = allTexts("a1.:/@-", 6);
     urls.insert(urls.end(), {"0.1.2.3", "1.0.0.1", "1.2.3.0", "1.02.3.4", "1.2.3.04"});
-    for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "zZ9.b"}) {
+    for (const char *prefix : {"http://", "FILE://", "mcast://", "u@", "1.2.3.4", "a.b"}) {
         for (const std::string &tail : allTexts("a0.:/@-)# \n", 4)) {
             urls.push_back(prefix + tail);
         }
