@@ -58,8 +58,8 @@ for f in files:
     _, sites = M.candidate_sites(f)
     all_sites += [(f,) + s for s in sites]
 plan = {}
-for spec in a.samples:
-    seed, n = map(int, spec.split(":"))
+for sample in a.samples:
+    seed, n = map(int, sample.split(":"))
     for s in sorted(random.Random(seed).sample(all_sites, n)):
         plan.setdefault(s, []).append(seed)
 only = set(x for x in a.only.split(",") if x)
