@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -81,11 +80,8 @@ std::string readFile(const std::string &relativePath);
 template <typename T> class CallRecorder {
   public:
     void record(T value) {
-        {
-            std::lock_guard lock(mutex_);
-            values_.push_back(std::move(value));
-        }
-        changed_.notify_all();
+        std::lock_guard lock(mutex_);
+        values_.push_back(std::move(value));
     }
     std::vector<T> values() const {
         std::lock_guard lock(mutex_);
@@ -99,15 +95,9 @@ template <typename T> class CallRecorder {
         std::lock_guard lock(mutex_);
         values_.clear();
     }
-    // Waits until at least n values arrived; false after the timeout.
-    bool waitFor(std::size_t n, std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, timeout, [&] { return values_.size() >= n; });
-    }
 
   private:
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
     std::vector<T> values_;
 };
 
