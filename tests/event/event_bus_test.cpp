@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The named event bus: call order and arguments, which slots a probe passes and which a clear
-// strands, the full table, the snapshot a raise calls with the lock given back, concurrent use.
+// The event families. The named event bus: call order and arguments, which slots a probe passes
+// and which a clear strands, the full table, the snapshot a raise calls with the lock given back,
+// concurrent use. Input events on the simulated clock: what goes on the bus and to the callback
+// for each way an event ends, restart and extension timing, refused input, teardown, concurrent
+// use. The task execution monitor: when overruns are reported, which brackets a stop closes, how
+// names and tags match. Then each uMalloc failing in turn, and every exact log text.
 // That a care is found by the next raise whatever the slots do is the event_bus fuzz target's.
+#include "fail_alloc.hpp"
 #include "timer_harness.hpp"
 
+#include <call_table.hpp>
 #include <log_capture.hpp>
 #include <test_support.hpp>
 
@@ -83,29 +89,25 @@ TEST_F(EventBus, TheTableHoldsTwoHundredFiftySixEvents) {
     EXPECT_EQ(uEventCare("one-too-many", kCarers[0], nullptr), 1); // into the released slot
 }
 
-// A carer that changes its own event, and one that has another thread use the bus meanwhile.
-void clearsAndCares(const char *name, void *, void *, std::uint32_t) {
-    calls.record("clearsAndCares");
+// A carer that changes its own event, then has another thread use the bus meanwhile.
+std::optional<BlockedCall<std::int32_t>> otherThread;
+void changesItsEvent(const char *name, void *, void *, std::uint32_t) {
     uEventClear(name, kCarers[3]);
     uEventCare(name, kCarers[2], nullptr);
-}
-std::optional<BlockedCall<std::int32_t>> otherThread;
-void usesTheBusFromAnotherThread(const char *, void *, void *, std::uint32_t) {
     otherThread.emplace([] { return uEventCare("elsewhere", kCarers[1], nullptr); });
     calls.record(otherThread->stillBlocked(std::chrono::seconds(2)) ? "blocked" : "free");
 }
 
 TEST_F(EventBus, ARaiseCallsWhatItFoundWithTheLockGivenBack) {
-    uEventCare("door", clearsAndCares, nullptr);
+    uEventCare("door", changesItsEvent, nullptr);
     uEventCare("door", kCarers[3], tag(5));
-    uEventCare("door", usesTheBusFromAnotherThread, nullptr);
     EXPECT_EQ(uEventCare("door", kCarers[3], tag(99)), 1); // kept once, with its first userData
     EXPECT_EQ(uEventRaise("door", tag(7), 6), 1);
     EXPECT_EQ(otherThread->result(), 1);
     otherThread.reset();
     // In registration order; carer 3, cleared meanwhile, is still called; carer 2, cared
     // meanwhile, is not.
-    EXPECT_THAT(calls.values(), testing::ElementsAre("clearsAndCares", "3 door 5 7 6", "free"));
+    EXPECT_THAT(calls.values(), testing::ElementsAre("free", "3 door 5 7 6"));
 }
 
 TEST_F(EventBus, ConcurrentFirstUseAndChurn) {
@@ -125,6 +127,293 @@ TEST_F(EventBus, ConcurrentFirstUseAndChurn) {
     });
     const std::vector<std::string> seen = calls.values();
     EXPECT_EQ(std::count(seen.begin(), seen.end(), "0 busy 0 0 0"), 2000);
+}
+
+// Input events record "b<state>,<key>" for an INPUT_EVENT raise, "A<state>,<value>" and "B..."
+// for calls of callbackA and callbackB.
+void onInputEvent(const char *, void *, void *data, std::uint32_t length) {
+    const auto *msg = static_cast<uInputEventMsg *>(data);
+    EXPECT_EQ(length, 8U);
+    calls.record("b" + std::to_string(msg->state) + "," + std::to_string(msg->key));
+}
+void callbackA(std::int32_t state, std::uint32_t value) {
+    calls.record("A" + std::to_string(state) + "," + std::to_string(value));
+}
+void callbackB(std::int32_t state, std::uint32_t value) {
+    calls.record("B" + std::to_string(state) + "," + std::to_string(value));
+}
+void execute(std::int32_t state, std::uint32_t key) {
+    const uInputEventMsg msg{state, key};
+    uInputEventExecute(&msg);
+}
+
+struct InputEvent : TimerTest {
+    void SetUp() override {
+        TimerTest::SetUp();
+        uEventCare(U_INPUT_EVENT_NAME, onInputEvent, nullptr);
+        uInputEventInit();
+        calls.clear();
+    }
+    void TearDown() override {
+        uEventClear(U_INPUT_EVENT_NAME, onInputEvent);
+        platformSimWaitPoolsIdle();
+    }
+    LogCapture quiet_;
+};
+
+constexpr std::uint32_t k = 7;
+
+TEST_F(InputEvent, EachWayAnEventEnds) {
+    // Steps taken in turn, each with everything seen meanwhile, in order (a time-out calls back
+    // with 0, not the key).
+    const std::tuple<const char *, void (*)(), const char *> steps[] = {
+        {"1 ms early", [] { uInputEventStart(k, 2, callbackA), advance(1999); }, "b0,7"},
+        {"timed out", [] { advance(1); }, "b2,7 A2,0"},
+        {"restarted: silently, new time-out and callback",
+         [] {
+             uInputEventStart(k, 5, callbackA), advance(4000), uInputEventStart(k, 2, callbackB);
+             advance(2000);
+         },
+         "b0,7 b2,7 B2,0"},
+        {"extended twice: the whole time-out each time",
+         [] {
+             uInputEventStart(k, 3, callbackA), advance(2500), execute(5, k), advance(2999);
+             execute(5, k), advance(2999);
+         },
+         "b0,7"},
+        {"extended, timed out", [] { advance(1); }, "b2,7 A2,0"},
+        {"done", [] { uInputEventStart(k, 2, callbackA), execute(3, k), advance(3000); },
+         "b0,7 A3,7"},
+        {"stopped", [] { uInputEventStart(k, 2, callbackA), uInputEventStop(k), advance(3000); },
+         "b0,7 b1,7"},
+        {"refused input",
+         [] {
+             uInputEventStart(k, 2147484, callbackA), uInputEventStart(k, 1, nullptr);
+             uInputEventStart(4, 2147483, callbackA), execute(2, 4); // the time-out in ms: int32
+         },
+         "b0,4"},
+        {"uninit stops all in order, then refuses",
+         [] {
+             uInputEventStart(k, 1, callbackA), uInputEventStart(9, 1, callbackA),
+                 uInputEventUninit();
+             uInputEventStart(k, 1, callbackA), advance(2000);
+         },
+         "b0,7 b0,9 b1,4 b1,7 b1,9"},
+    };
+    for (const auto &[label, step, expected] : steps) {
+        SCOPED_TRACE(label);
+        calls.clear();
+        step();
+        std::string all;
+        for (const std::string &one : calls.values()) {
+            all += (all.empty() ? "" : " ") + one;
+        }
+        EXPECT_EQ(all, expected);
+    }
+}
+
+// Threads start, extend, finish and stop their own keys while time-outs fire: every start that
+// was announced ends once, stopped or timed out on the bus or finished through the callback.
+TEST_F(InputEvent, ConcurrentUseWhileTimeOutsFire) {
+    std::atomic<int> running{4};
+    std::thread clock([&] {
+        while (running.load() > 0) {
+            advance(500);
+        }
+    });
+    fanOut(4, [&](int t) {
+        for (std::uint32_t round = 0; round < 200; ++round) {
+            const std::uint32_t key = 100 + t * 10 + round % 10;
+            uInputEventStart(key, 1 + round % 2, callbackA);
+            round % 4 == 0   ? execute(5, key)
+            : round % 4 == 1 ? execute(3, key)
+            : round % 4 == 2 ? uInputEventStop(key)
+                             : void();
+        }
+        --running;
+    });
+    clock.join();
+    advance(2000); // what is still pending times out
+    int balance = 0;
+    for (const std::string &one : calls.values()) {
+        balance += one.starts_with("b0,") ? 1 : one.starts_with("A2,") ? 0 : -1;
+    }
+    EXPECT_GT(calls.size(), 0U);
+    EXPECT_EQ(balance, 0);
+}
+
+// Waits for "tMonitor" to work through its queue and end after uMonitorUninit.
+bool waitForQuit() {
+    const auto gone = [] {
+        return std::atomic_ref(gMonitorMsgQ).load() == 0 &&
+               std::atomic_ref(gMonitorList).load() == nullptr;
+    };
+    for (int i = 0; i < 10000 && !gone(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return gone();
+}
+
+std::string expired(const std::string &name, const std::string &tag, int ms) {
+    return "monitorLogOutput: ~~~~~~[" + name + "][0x" + tag + "] expired, occupy [" +
+           std::to_string(ms) + "]ms.~~~~~~";
+}
+
+char a1[] = "a1", b2[] = "b2", alsoA1[] = "a1";
+
+// One message: a start (with its limit) or a stop (limit -1), at ms after the scenario began.
+struct Msg {
+    const char *name;
+    char *tag;
+    std::uint32_t ms;
+    std::int32_t limit = -1;
+};
+
+TEST(Monitor, OverrunsAreReportedAtTheirStopOrFromOneSecondOnByAnyMessage) {
+    // Messages to a fresh monitor whose clock reads nowMs after the start, and the reports. A stop
+    // reports any overrun of what it closes: the first match by name text and tag pointer, and
+    // everything opened after it. At the limit is no overrun. Other messages report only overruns
+    // of a second or more, and a quit drops what is still open ("l") unreported.
+    using Row = std::tuple<std::uint32_t, std::vector<Msg>, std::vector<std::string>>;
+    for (const auto &[nowMs, msgs, reports] : {
+             Row{0,
+                 {{"x", a1, 0, 5}, {"x", a1, 5}, {nullptr, nullptr, 0, 9}, {nullptr, nullptr, 10}},
+                 {expired("", "", 10)}},
+             Row{0,
+                 {{"o", a1, 0, 99999}, {"m", b2, 10, 100}, {"i", a1, 20, 99999}, {"o", a1, 200}},
+                 {expired("m", "b2", 190)}},
+             Row{0,
+                 {{"j", a1, 0, 10}, {"j", alsoA1, 0, 10}, {"j", alsoA1, 20}, {"j", a1, 30}},
+                 {expired("j", "a1", 20), expired("j", "a1", 30)}},
+             Row{1000,
+                 {{"l", a1, 0, 10}, {"o", b2, 999, 10000}, {"o", b2, 999}, {"none", b2, 1000}},
+                 {expired("l", "a1", 1000), expired("l", "a1", 1000)}},
+         }) {
+        SCOPED_TRACE(nowMs);
+        timerPowerHandle(); // the simulated clock moves forward only, as the timer suites expect
+        const std::uint32_t t0 = osaGetSysUpMs();
+        advance(nowMs);
+        LogCapture capture;
+        uMonitorInit();
+        for (const Msg &m : msgs) {
+            EXPECT_EQ(m.limit < 0 ? uMonitorStop(m.name, m.tag, t0 + m.ms)
+                                  : uMonitorStart(m.name, m.tag, t0 + m.ms, m.limit),
+                      0);
+        }
+        EXPECT_EQ(uMonitorUninit(), 0);
+        EXPECT_TRUE(waitForQuit());
+        std::vector<std::string> seen;
+        for (const LogLine &line : capture.lines()) {
+            line.level == 2 && line.message.find("expired") != std::string::npos
+                ? seen.push_back(line.message)
+                : void();
+        }
+        EXPECT_EQ(seen, reports);
+    }
+    // Nothing is posted or kept while the monitor is not running.
+    LogCapture quiet;
+    EXPECT_EQ(uMonitorStart("early", a1, 0, 10), -1); // its name copy must not leak
+    EXPECT_EQ(uMonitorStop("early", a1, 0) + uMonitorUninit(), -2);
+}
+
+const AllocCase kAllocCases[] = {
+    {"EventRaiseToManyCarers",
+     [](const FailAlloc &) {
+         // Without a copy of the carers the raise calls them under the bus lock: all still run.
+         calls.clear();
+         EXPECT_EQ(uEventRaise("sweep", nullptr, 0), 1);
+         EXPECT_EQ(calls.size(), 9U);
+     }},
+    {"InputEventStartExtendAndFinish",
+     [](const FailAlloc &fault) {
+         AllocSteps steps(fault);
+         const bool started = !steps.failed(uInputEventStart(4, 3, callbackA) != 0);
+         const bool hitBefore = fault.hit();
+         execute(5, 4); // an extension that cannot relink ends the event quietly
+         calls.clear();
+         execute(3, 4);
+         if (fault.hit() == hitBefore) {
+             EXPECT_EQ(calls.size(), started ? 1U : 0U);
+         }
+         // The lock is free and the key usable again. (After a failure while the event's timer was
+         // deleted, its key may stay refused until that timer fires.)
+         const bool hitBeforeAgain = fault.hit();
+         const bool again = uInputEventStart(4, 3, callbackA) == 0;
+         EXPECT_TRUE(hitBeforeAgain || again != fault.hit());
+         uInputEventStop(4);
+     }},
+};
+
+// Nine distinct carers: one more than a raise copies on its own stack, so the raise allocates.
+struct EventAllocFailure : InputEvent, testing::WithParamInterface<AllocCase> {
+    void SetUp() override {
+        InputEvent::SetUp();
+        for (int i = 0; i < 9; ++i) {
+            ASSERT_EQ(uEventCare("sweep", kCarers[i], nullptr), 1);
+        }
+    }
+    void TearDown() override {
+        for (uEventCallback callback : kCarers) {
+            uEventClear("sweep", callback);
+        }
+        InputEvent::TearDown();
+    }
+};
+
+PU_ALLOC_FAILURE_SWEEP(EventAllocFailure, kAllocCases);
+
+// Every exact log text of the event families, with its level and module: log filters and
+// monitoring match on them, misspellings included. (The monitor's expiry report is checked with
+// its figures above.)
+
+// Runs call with the input events shut down, and starts them again.
+void uninitialised(const std::function<void()> &call) {
+    uInputEventUninit(), call(), uInputEventInit();
+}
+
+TEST(EventLogCatalogue, EveryMessageWithItsLevelAndModule) {
+    timerPowerHandle(); // input events need the timer service
+    constexpr const char *ev = "basalt.utils.event", *mon = "basalt.utils.monitor",
+                         *in = "basalt.utils.inputEvent";
+    const auto fillBus = [] { // one name more than the table holds
+        for (int i = 0; i <= 256; ++i) {
+            uEventCare(std::to_string(i).c_str(), kCarers[0], nullptr);
+        }
+    };
+    {
+        LogCapture quiet;
+        uEventUninit(), uInputEventInit();
+    }
+    checkLogRows({
+        PU_LOG_ROW((uEventInit(), uEventInit()), 1, ev, "Event is alreday init."),
+        PU_LOG_ROW((uEventUninit(), uEventUninit()), 1, ev, "Event not init."),
+        PU_LOG_ROW((uEventCare("e", kCarers[0], nullptr), uEventCare("e", kCarers[0], nullptr)), 0,
+                   ev, "eventprocess has existed"),
+        PU_LOG_ROW(uEventClear("e", kCarers[1]), 0, ev, "This eventprocess didn't exist"),
+        PU_LOG_ROW(uEventRaise("nobody", nullptr, 0), 0, ev, "No module care event nobody."),
+        PU_LOG_ROW((uEventUninit(), fillBus()), 3, ev, "Event hash buffer full."),
+        PU_LOG_ROW((uMonitorInit(), uMonitorUninit(), waitForQuit()), 1, mon,
+                   "uMonitorInit: success."),
+        PU_LOG_ROW(uMonitorUninit(), 2, mon, "uMonitorUninit: msg Queue not create."),
+        PU_LOG_ROW(uInputEventInit(), 2, in, "uInputEventInit, already init."),
+        PU_LOG_ROW(uInputEventStart(1, 0, callbackA), 2, in,
+                   "uInputEventStart, argument is not valid."),
+        PU_LOG_ROW(uInputEventStart(1, 1, callbackA), 1, in, "uInputEventStart, starting."),
+        PU_LOG_ROW(uInputEventStop(1), 1, in, "uInputEventStop, stopping."),
+        PU_LOG_ROW(uInputEventStop(1), 2, in, "uInputEventStop, input event do not exist."),
+        PU_LOG_ROW(uInputEventExecute(nullptr), 2, in, "uInputEventExecute, msg is null."),
+        PU_LOG_ROW(execute(6, 1), 2, in, "uInputEventExecute, state is incorrect."),
+        PU_LOG_ROW(execute(3, 1), 1, in, "uInputEventExecute, executing."),
+        PU_LOG_ROW(execute(3, 1), 2, in, "uInputEventExecute, input event do not exist."),
+        PU_LOG_ROW(uninitialised([] { uInputEventUninit(); }), 2, in,
+                   "uInputEventUninit, not init."),
+        PU_LOG_ROW(uninitialised([] { uInputEventStart(1, 1, callbackA); }), 2, in,
+                   "uInputEventStart, not init."),
+        PU_LOG_ROW(uninitialised([] { execute(3, 1); }), 2, in, "uInputEventExecute, not init."),
+        PU_LOG_ROW(uninitialised([] { uInputEventStop(1); }), 2, in, "uInputEventStop, not init."),
+    });
+    LogCapture quiet;
+    uEventUninit();
 }
 
 } // namespace
