@@ -112,4 +112,21 @@ class TimerTest : public ::testing::Test {
     std::int64_t nowMs_ = 0;
 };
 
+// TimerTest with the plan and interval-plan services started (in UTC) and stopped afterwards.
+class PlanTest : public TimerTest {
+  protected:
+    void SetUp() override {
+        TimerTest::SetUp();
+        setZone("UTC0");
+        uTimePlanInit();
+        ASSERT_EQ(uIntervalPlanInit(), 0);
+    }
+    void TearDown() override {
+        uIntervalPlanUninit();
+        uTimePlanUninit();
+        platformSimWaitPoolsIdle();
+        TimerTest::TearDown();
+    }
+};
+
 } // namespace pu::test

@@ -22,21 +22,13 @@ std::int32_t twoPauses() {
     unpause("catalogue", first);
     return 0;
 }
-std::int32_t calculate(const char *start) {
+std::int32_t addPlan(const char *start) {
     const uTimePlanInfo info = planInfo(start, "", 1, 0);
-    std::time_t t;
-    return timePlanTimeCalculation(&info, &t, &t);
-}
-std::int32_t addPlan() {
-    const uTimePlanInfo info = planInfo("08:00", "", 1, 0);
     return uTimePlanAdd(&info);
 }
 
-TEST_F(TimerTest, LogCatalogue) {
-    setZone("UTC0");
+TEST_F(PlanTest, LogCatalogue) {
     setWallClock(nov(23, 10));
-    uTimePlanInit();
-    uIntervalPlanInit();
     checkLogRows({
         PU_LOG_ROW(uTimerInit(5000), 1, kTimer, "uTimer is already initialized."),
         PU_LOG_ROW(uTimePlanInit(), 1, kPlan, "uTimePlanInit: time plan is alreday init."),
@@ -44,7 +36,7 @@ TEST_F(TimerTest, LogCatalogue) {
                    "uTimePlanTimeStringParse: the param of timeStr is out of range "),
         PU_LOG_ROW(uTimePlanTimeCompose("08:00", 1, 1), 1, kPlan,
                    "uTimePlanTimeCompose: repeatType and repeatDate mismatch"),
-        PU_LOG_ROW(calculate("8"), 1, kPlan,
+        PU_LOG_ROW(addPlan("8"), 1, kPlan,
                    "timePlanTimeCalculation: startTime or endTime Compose failed"),
         PU_LOG_ROW(pause(1, "", ""), 3, kPlan, "uTimePlanPauseAdd: pauseType not support"),
         PU_LOG_ROW(unpause("catalogue", 5, 1), 3, kPlan,
@@ -66,8 +58,9 @@ TEST_F(TimerTest, LogCatalogue) {
             kInterval, "uIntervalPlanAdd, list not init!"),
         PU_LOG_ROW((uTimePlanUninit(), uTimePlanUninit()), 1, kPlan,
                    "uTimePlanUninit: time plan not init."),
-        PU_LOG_ROW(addPlan(), 1, kPlan, "uTimePlanAdd: time plan is not init."),
+        PU_LOG_ROW(addPlan("08:00"), 1, kPlan, "uTimePlanAdd: time plan is not init."),
     });
+    uTimePlanInit(); // for the tear-down to stop quietly
 }
 
 } // namespace
