@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Long multi-threaded stress run of the timers, plans, input events and event bus
+# Long multi-threaded stress run of the timers, plans and input events
 # (tests/stress/stress.cpp), outside the test suite.
 #   scripts/stress.sh <minutes>               half the time under TSan, half under ASan + UBSan;
 #                                             configures and builds build/tsan, build/asan if

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Long stress run of the threaded families on the real clock: timers, time plans, interval
-// plans, input events and the event bus, all at once from several threads for a given number of
-// seconds. Every callback is booked against what was asked for, so a callback that comes twice
-// or never is reported, and the pools the families draw from (timer records, plan ids) must be
-// back at their starting size at the end. Exit status 1 on any violation, with one line per
-// violation. The block pool, the locked list and XML resumes have their thread tests in the core
-// and XML suites, which also run under ThreadSanitizer.
+// plans and input events (announced on the event bus), all at once from several threads for a
+// given number of seconds. Every callback is booked against what was asked for, so a callback
+// that comes twice or never is reported, and the pools the families draw from (timer records,
+// plan ids) must be back at their starting size at the end. Exit status 1 on any violation, with
+// one line per violation. The block pool, the locked list, the event bus and XML resumes have
+// their thread tests in the core, event and XML suites, which also run under ThreadSanitizer.
 //
 // Usage: stress_threads <seconds>
 #include <platform_sim.h>
@@ -126,45 +126,6 @@ void timerWorker(unsigned seed) {
                 return true;
             })) {
             violation("timer", "a timer never fired");
-        }
-    }
-}
-
-// ---- Event bus: a raise reaches each carer registered for it once ---------------------------
-
-constexpr const char *kSharedEvent = "STRESS_BUS_SHARED";
-
-struct Delivery {
-    std::atomic<int> own{0}, permanent{0}, transient{0};
-};
-// Counts into one field of the raise's Delivery; N tells the workers' transient carers apart.
-template <std::atomic<int> Delivery::*field, int N = 0>
-void carer(const char *, void *, void *data, uint32_t) {
-    (static_cast<Delivery *>(data)->*field).fetch_add(1);
-}
-
-template <int N> void busWorker() {
-    const std::string own = "STRESS_BUS_OWN_" + std::to_string(N);
-    while (running()) {
-        if (uEventCare(own.c_str(), carer<&Delivery::own>, nullptr) != 1 ||
-            uEventCare(kSharedEvent, carer<&Delivery::transient, N>, nullptr) != 1) {
-            violation("event", "care refused");
-        }
-        for (int i = 0; i < 50; ++i) {
-            Delivery mine, shared;
-            uEventRaise(own.c_str(), &mine, sizeof mine);
-            uEventRaise(kSharedEvent, &shared, sizeof shared);
-            if (mine.own != 1 || shared.permanent != 1 || shared.transient > 2) {
-                violation("event", "worker %d: own carer %d times, shared carer %d times", N,
-                          mine.own.load(), shared.permanent.load());
-            }
-        }
-        uEventClear(own.c_str(), carer<&Delivery::own>);
-        uEventClear(kSharedEvent, carer<&Delivery::transient, N>);
-        Delivery after; // the slot went with its last carer
-        uEventRaise(own.c_str(), &after, sizeof after);
-        if (after.own != 0) {
-            violation("event", "worker %d: a cleared carer was called", N);
         }
     }
 }
@@ -451,8 +412,7 @@ int main(int argc, char **argv) {
     uInputEventInit();
     uAsyncCall([](void *) {}, nullptr);
     const Pools atStart = freeInPools();
-    if (uEventCare(kSharedEvent, carer<&Delivery::permanent>, nullptr) != 1 ||
-        uEventCare(U_INPUT_EVENT_NAME, inputAnnounced, nullptr) != 1) {
+    if (uEventCare(U_INPUT_EVENT_NAME, inputAnnounced, nullptr) != 1) {
         violation("event", "care refused at start");
     }
 
@@ -460,7 +420,6 @@ int main(int argc, char **argv) {
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 2; ++i) {
         threads.emplace_back(timerWorker, i + 1);
-        threads.emplace_back(i == 0 ? busWorker<0> : busWorker<1>);
         threads.emplace_back(inputWorker, i + 1);
         threads.emplace_back(i == 0 ? intervalWorker<0> : intervalWorker<1>, i + 3);
         threads.emplace_back(timePlanWorker, static_cast<int>(i));
