@@ -130,11 +130,9 @@ TEST_F(IntervalPlans, TimersOutliveTheService) {
         settled(kStart, plan), settled(kComplete, plan);
     }
     uIntervalPlanUninit();
-    {
-        LogCapture quiet;
-        advance(1000); // the first timer fires into nothing
-        EXPECT_EQ(newCodes(id), "");
-    }
+    LogCapture quiet;
+    advance(1000); // the first timer fires into nothing
+    EXPECT_EQ(newCodes(id), "");
     ASSERT_EQ(uIntervalPlanInit(), 0);
     EXPECT_EQ(std::vector({uIntervalPlanAdd(1, 1, record), uIntervalPlanAdd(1, 1, record)}),
               std::vector({id, other}));
