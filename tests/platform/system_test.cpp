@@ -3,9 +3,6 @@
 // clock, the time-zone offset, numeric addresses, semaphores and message queues.
 // The platform logger: the level from the environment and at run time, the line format and its
 // newline around the line buffer, and the sink. And every line the platform layer logs.
-// The syslog sink: levels to priorities, "<module>: <message>", and the message never used as a
-// format. The executable's syslog wins over the C library's for the platform layer, as any
-// platform function does; fortified builds call __syslog_chk instead.
 #include "call_table.hpp"
 #include "test_support.hpp"
 
@@ -18,46 +15,15 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <string>
-#include <syslog.h>
 #include <thread>
 #include <utility>
 #include <vector>
 
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
-
-namespace {
-
-std::vector<std::pair<int, std::string>> syslogged;
-
-void record(int priority, const char *format, va_list arguments) {
-    char text[256];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    syslogged.emplace_back(priority, text);
-}
-
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) void syslog(int priority, const char *format,
-                                                              ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    record(priority, format, arguments);
-    va_end(arguments);
-}
-
-extern "C" __attribute__((visibility("default"))) void __syslog_chk(int priority, int,
-                                                                    const char *format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    record(priority, format, arguments);
-    va_end(arguments);
-}
 
 namespace {
 
@@ -76,7 +42,6 @@ TEST(LoggerEnvironment, LevelSettingAcceptsOnlyWholeNumbers) {
         const char *text; // null: not set
         int level;
     } cases[] = {
-        {nullptr, PLATFORM_LOG_WARNING},
         {"2147483647", INT_MAX},
         {"2147483648", PLATFORM_LOG_WARNING},
         {"1x", PLATFORM_LOG_WARNING},
@@ -125,21 +90,6 @@ TEST(Logger, LevelLineFormatAndTheSinkWithoutTheNewline) {
         EXPECT_EQ(platformLogSetLevel(before), c.threshold) << "returns the previous";
     }
     platformLogSetSink(nullptr, nullptr);
-    EXPECT_EQ(basaltPrintLog(PLATFORM_LOG_ERROR, "m", nullptr), 0) << "no format, no line";
-}
-
-TEST(SyslogSink, MapsLevelsToPrioritiesAndNeverFormatsTheMessage) {
-    const std::pair<int, int> rows[] = {{-1, LOG_DEBUG},
-                                        {PLATFORM_LOG_INFO, LOG_INFO},
-                                        {PLATFORM_LOG_WARNING, LOG_WARNING},
-                                        {7, LOG_ERR}};
-    for (const auto &[level, priority] : rows) {
-        syslogged.clear();
-        platformLogSyslogSink(nullptr, level, "mod", "50% done %s");
-        EXPECT_EQ(syslogged,
-                  (std::vector<std::pair<int, std::string>>{{priority, "mod: 50% done %s"}}))
-            << "level " << level;
-    }
 }
 
 // Every line the platform layer logs, exactly: applications watch for these texts.
@@ -294,7 +244,6 @@ TEST_F(Sim, TheClockWrapsAndTheTimeZoneOffset) {
          "4294967.294999 4294967294"},
         {"ms wrap, seconds not", (platformSimAdvanceUs(1001), upTime()), "4294967.296000 0"},
         {"span over the wrap", osaLongTimeSpanCompute(0xFFFFFF00u, 0x10u), 0x110},
-        {"a negative span wraps", osaLongTimeSpanCompute(5, 3), 0xFFFFFFFEu},
         {"from TZ, east positive", osaTimeZoneOffsetGet(), 5 * 3600 + 30 * 60},
         {"set wins, 0 too", (osaTimeZoneOffsetSet(0), osaTimeZoneOffsetGet()), 0},
         {"reset", (osaTimeZoneOffsetReset(), osaTimeZoneOffsetGet()), 19800},
@@ -469,6 +418,31 @@ TEST(SockAddr, NumericAddressesOnly) {
     for (const char *bad : {"localhost", "256.1.1.1", "fe80::1%eth0", "[::1]", "1.2.3.4:80",
                             static_cast<const char *>(nullptr)}) {
         EXPECT_EQ(sockIsValidAddr(bad), 0) << pu::test::orNull(bad);
+    }
+}
+
+// The heartbeat period comes from PLATFORM_HEARTBEAT_MS, read once when the heartbeat thread
+// starts; anything that is not a number from 1 to 60000 leaves the default of 10 ms.
+std::atomic<int> beats{0};
+
+// Each row runs in a fresh child, as the period is read once per process. Bounds are generous
+// (a loaded machine only delays beats): 250 ms allows at most 5 beats a second, 10 ms far more.
+TEST(SlowHeartbeat, PeriodComesFromTheEnvironment) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const struct {
+        const char *value;
+        int atLeast, atMost;
+    } rows[] = {
+        {"250", 1, 5}, {"1000", 0, 2}, {"0", 10, 255}, {"abc", 10, 255}, {"60001", 10, 255}};
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.value);
+        const auto beatsInASecond = [&] {
+            setenv("PLATFORM_HEARTBEAT_MS", r.value, 1);
+            osaSmRegisterApp("period-probe", [] { ++beats; });
+            std::this_thread::sleep_for(std::chrono::milliseconds(1050));
+            std::_Exit(beats >= r.atLeast && beats <= r.atMost ? 0 : 1);
+        };
+        EXPECT_EXIT(beatsInASecond(), testing::ExitedWithCode(0), "");
     }
 }
 

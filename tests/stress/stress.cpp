@@ -26,6 +26,7 @@
 #include <map>
 #include <mutex>
 #include <random>
+#include <ranges>
 #include <string>
 #include <thread>
 #include <vector>
@@ -117,13 +118,11 @@ void timerWorker(unsigned seed) {
                 uTimerRefresh(ids[i], static_cast<std::int32_t>(rng() % 40));
             }
         }
+        const auto due = [&](std::size_t i) { return ids[i] != 0 && kinds[i] != 2; };
         if (!waitUntil([&] {
-                for (std::size_t i = 0; i < kTimerBatch; ++i) {
-                    if (ids[i] != 0 && kinds[i] != 2 && (*fired)[i].load() == 0) {
-                        return false;
-                    }
-                }
-                return true;
+                return std::ranges::all_of(
+                    std::views::iota(std::size_t{0}, kTimerBatch),
+                    [&](std::size_t i) { return !due(i) || (*fired)[i] > 0; });
             })) {
             violation("timer", "a timer never fired");
         }
@@ -157,15 +156,6 @@ void inputCallback(int32_t state, uint32_t value) {
         ++timeoutCallbacks;
     } else {
         ++inputBooks[value][3];
-    }
-}
-
-void checkInput(std::uint32_t key, InputFate fate) {
-    std::lock_guard lock(inputMutex);
-    const std::array<int, 4> &got = inputBooks[key];
-    if (got != std::array<int, 4>{1, fate == kStopped, fate == kTimedOut, fate == kDone}) {
-        violation("input", "key %#x (fate %d): started %d stopped %d timed out %d done %d", key,
-                  static_cast<int>(fate), got[0], got[1], got[2], got[3]);
     }
 }
 
@@ -205,8 +195,13 @@ void inputWorker(std::uint32_t worker) {
             violation("input", "worker %u: a time-out never came", worker);
         }
     }
+    std::lock_guard lock(inputMutex);
     for (auto [key, fate] : all) { // nothing may have come twice or late
-        checkInput(key, fate);
+        const std::array<int, 4> &got = inputBooks[key];
+        if (got != std::array<int, 4>{1, fate == kStopped, fate == kTimedOut, fate == kDone}) {
+            violation("input", "key %#x (fate %d): started %d stopped %d timed out %d done %d", key,
+                      static_cast<int>(fate), got[0], got[1], got[2], got[3]);
+        }
     }
 }
 
@@ -377,18 +372,14 @@ void timePlanWorker(int worker) {
     }
 }
 
-struct Pools {
-    int timers, planIds, intervalIds;
-    bool operator==(const Pools &) const = default;
-};
-
 int freeIds(const char *module) {
     return drainCount<std::int32_t>(
         [&] { return std::max(uIdGetModuleAvailableUniqueId(module), 0); },
         [&](std::int32_t id) { uIdReleaseModuleUniqueId(module, id); });
 }
 
-Pools freeInPools() {
+// Free timer records, plan ids and interval-plan ids.
+std::array<int, 3> freeInPools() {
     return {
         drainCount<std::uint32_t>([] { return uTimerAdd(nullptr, nullptr, 1000000); }, uTimerDel),
         freeIds("timePlanIdName"), freeIds("intervalPlanIdName")};
@@ -411,7 +402,7 @@ int main(int argc, char **argv) {
     uIntervalPlanInit();
     uInputEventInit();
     uAsyncCall([](void *) {}, nullptr);
-    const Pools atStart = freeInPools();
+    const std::array<int, 3> atStart = freeInPools();
     if (uEventCare(U_INPUT_EVENT_NAME, inputAnnounced, nullptr) != 1) {
         violation("event", "care refused at start");
     }
@@ -429,12 +420,11 @@ int main(int argc, char **argv) {
     }
     std::this_thread::sleep_for(2s); // late callbacks (a deleted timer handed on just before)
 
-    const Pools atEnd = freeInPools();
-    if (!(atEnd == atStart)) {
+    const std::array<int, 3> atEnd = freeInPools();
+    if (atEnd != atStart) {
         violation("pool",
                   "free timers, plan ids, interval ids: %d %d %d at the start, %d %d %d at the end",
-                  atStart.timers, atStart.planIds, atStart.intervalIds, atEnd.timers, atEnd.planIds,
-                  atEnd.intervalIds);
+                  atStart[0], atStart[1], atStart[2], atEnd[0], atEnd[1], atEnd[2]);
     }
     {
         std::lock_guard lock(inputMutex);

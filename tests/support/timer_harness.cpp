@@ -110,20 +110,13 @@ void TimerTest::setNow(std::time_t now) {
 
 void TimerTest::pass(std::int64_t ms) {
     do { // a pass of 0 ms is one beat that measures no time, yet serves what is due
-        // Of a span above a minute, all but the last 5 s pass in one run of the timer list.
-        const std::int64_t slice = ms > 60'000 ? (ms - 5000) / 1000 * 1000
-                                               : std::min<std::int64_t>(ms, 1000 - nowMs_ % 1000);
+        const std::int64_t slice = std::min<std::int64_t>(ms, 1000 - nowMs_ % 1000);
         nowMs_ += slice;
         ms -= slice;
         if (now_ != 0) {         // timer-only tests keep the real clock
             setWallClock(now()); // before the beat, so a callback sees the second it was due in
         }
-        if (slice > 1000) {
-            uTimerRun(static_cast<std::int32_t>(slice));
-            platformSimWaitPoolsIdle();
-        } else {
-            advance(static_cast<std::uint32_t>(slice));
-        }
+        advance(static_cast<std::uint32_t>(slice));
     } while (ms > 0);
 }
 

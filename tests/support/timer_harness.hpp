@@ -103,8 +103,7 @@ class TimerTest : public ::testing::Test {
 
     void setNow(std::time_t now);
     std::time_t now() const { return now_ + nowMs_ / 1000; }
-    // Time passes in heartbeats of at most 1 s (0: one beat of 0 ms). Of a span above a minute, all
-    // but the last 5 s pass in one run of the timer list: nothing may fall due inside it.
+    // Time passes in heartbeats of at most 1 s (0: one beat of 0 ms).
     void pass(std::int64_t ms);
     void run(const std::vector<Step> &steps);
 
