@@ -93,6 +93,7 @@ TEST(UrlRecord, ParseAndCompose) {
          PU_ROW(url, "http://u:p@10.0.0.2/new/path"),
          PU_ROW(uParaUrlReplaceUrlPath(url, 24, "a-rather-long-path"), 0), // too long: kept
          PU_ROW(url, "http://u:p@10.0.0.2/new/path"),
+         PU_ROW(uParaUrlReplaceUrlPath(nullptr, 24, "p"), -1),
          PU_ROW((uStrParseHostAndPort("http://a-very-long-host.example:8554/x", host, 8, &port),
                  std::string(host) + ":" + std::to_string(port)),
                 "a-very-:8554"),
