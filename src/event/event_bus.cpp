@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // uEvent: the named event bus. 256 slots keyed by two hashes of the event name, each with a chain
-// of carers in registration order; raises call the carers from a snapshot taken under the lock.
+// of carers in registration order; raises call the carers from a snapshot, read without the lock
+// while no change is under way.
 #include <uevent.h>
 
 #include <umem.h>
@@ -21,17 +22,30 @@ constexpr std::uint32_t kSlotCount = 256;
 constexpr std::int32_t kAbsent = -2;    // the probe met a free slot
 constexpr std::int32_t kTableFull = -1; // the probe went all the way round
 
+// Raises read the table without the bus lock. Every change is made under the lock inside a change
+// window that holds the bus version odd, and a raise keeps what it read only when the version was
+// even and the same before and after its reading (otherwise it reads again under the lock).
+// Stores of shared fields are releases and raises load them as acquires, so a raise that saw any
+// part of a change also sees the version that change made odd. A carer that a clear removes is
+// kept for reuse instead of freed while the bus lives, because a raise may still be walking it.
+template <typename T> T get(const std::atomic<T> &field) {
+    return field.load(std::memory_order_acquire);
+}
+template <typename T> void put(std::atomic<T> &field, T value) {
+    field.store(value, std::memory_order_release);
+}
+
 struct Carer {
-    Carer *next;
-    void *userData;
-    uEventCallback callback;
+    std::atomic<Carer *> next;
+    std::atomic<void *> userData;
+    std::atomic<uEventCallback> callback;
 };
 
 struct Slot {
-    std::uint32_t occupied;
-    std::uint64_t key1; // bkdrHash(name)
-    std::uint64_t key2; // rsHash(name, 256), also the slot where the probe starts
-    Carer *carers;
+    std::atomic<std::uint32_t> occupied;
+    std::atomic<std::uint32_t> key1; // bkdrHash(name), 31 bits
+    std::atomic<std::uint32_t> key2; // rsHash(name, 256), also the slot where the probe starts
+    std::atomic<Carer *> carers;
 };
 
 // The whole bus is one uMalloc'd record published through an atomic pointer, so lazy
@@ -39,6 +53,8 @@ struct Slot {
 // discards its own.
 struct Bus {
     SEM_ID lock;
+    std::atomic<std::uint32_t> version; // odd while a change is under way
+    Carer *spare;                       // removed carers for reuse; the lock guards it
     Slot slots[kSlotCount];
 };
 
@@ -50,31 +66,60 @@ NameKeys keysOf(const char *name) {
     return pu::hash::nameKeys(name, kSlotCount);
 }
 
+// Caller holds the bus lock: the version is odd for the scope of the window.
+class ChangeWindow {
+  public:
+    explicit ChangeWindow(Bus &bus)
+        : bus_(bus), start_(bus.version.load(std::memory_order_relaxed)) {
+        bus_.version.store(start_ + 1, std::memory_order_relaxed);
+    }
+    ~ChangeWindow() { put(bus_.version, start_ + 2); }
+    ChangeWindow(const ChangeWindow &) = delete;
+    ChangeWindow &operator=(const ChangeWindow &) = delete;
+
+  private:
+    Bus &bus_;
+    std::uint32_t start_;
+};
+
+void setSlot(Slot &slot, std::uint32_t occupied, const NameKeys &keys, Carer *carers) {
+    put(slot.occupied, occupied);
+    put(slot.key1, static_cast<std::uint32_t>(keys.key1));
+    put(slot.key2, static_cast<std::uint32_t>(keys.key2));
+    put(slot.carers, carers);
+}
+
+void releaseSlot(Slot &slot) {
+    setSlot(slot, 0, NameKeys{0, 0, 0}, nullptr);
+}
+
 Bus *createBus() {
-    auto *bus = static_cast<Bus *>(uMalloc(sizeof(Bus)));
-    if (bus == nullptr) {
+    void *memory = uMalloc(sizeof(Bus));
+    if (memory == nullptr) {
         return nullptr;
     }
+    auto *bus = ::new (memory) Bus{};
     bus->lock = semMCreate(0);
-    for (Slot &slot : bus->slots) {
-        slot = Slot{0, 0, 0, nullptr};
-    }
     return bus;
 }
 
 void freeCarers(Carer *carer) {
     while (carer != nullptr) {
-        Carer *next = carer->next;
+        Carer *next = get(carer->next);
         uFree(carer);
         carer = next;
     }
 }
 
+// Caller holds the bus lock, or is the bus's last user.
 void clearSlots(Bus &bus) {
+    ChangeWindow window(bus);
     for (Slot &slot : bus.slots) {
-        freeCarers(slot.carers);
-        slot = Slot{0, 0, 0, nullptr};
+        freeCarers(get(slot.carers));
+        releaseSlot(slot);
     }
+    freeCarers(bus.spare);
+    bus.spare = nullptr;
 }
 
 void destroyBus(Bus *bus) {
@@ -103,30 +148,42 @@ Bus *busFor(const char *name) {
     return bus != nullptr ? bus : initialise(false);
 }
 
-// Caller holds the bus lock. The slot index of the event, kAbsent or kTableFull.
+// The slot index of the event, kAbsent or kTableFull. Without the bus lock the answer counts only
+// if the version did not move meanwhile.
 std::int32_t findSlot(const Bus &bus, const NameKeys &keys) {
     const std::int32_t index = pu::hash::probe(keys, kSlotCount, [&](std::uint32_t i) {
         const Slot &slot = bus.slots[i];
-        return slot.occupied == 0 || (slot.key1 == keys.key1 && slot.key2 == keys.key2);
+        return get(slot.occupied) == 0 ||
+               (get(slot.key1) == keys.key1 && get(slot.key2) == keys.key2);
     });
     if (index < 0) {
         return kTableFull;
     }
-    return bus.slots[index].occupied == 0 ? kAbsent : index;
+    return get(bus.slots[index].occupied) == 0 ? kAbsent : index;
 }
 
 // Caller holds the bus lock. The first free slot from the probe start, or kTableFull.
 std::int32_t findFreeSlot(const Bus &bus, const NameKeys &keys) {
     const std::int32_t index = pu::hash::probe(
-        keys, kSlotCount, [&](std::uint32_t i) { return bus.slots[i].occupied == 0; });
+        keys, kSlotCount, [&](std::uint32_t i) { return get(bus.slots[i].occupied) == 0; });
     return index < 0 ? kTableFull : index;
 }
 
-Carer *newCarer(uEventCallback callback, void *userData) {
-    auto *carer = static_cast<Carer *>(uMalloc(sizeof(Carer)));
+// Caller holds the bus lock, inside a change window: a spare carer may still be read by a raise.
+Carer *newCarer(Bus &bus, uEventCallback callback, void *userData) {
+    Carer *carer = bus.spare;
     if (carer != nullptr) {
-        *carer = Carer{nullptr, userData, callback};
+        bus.spare = get(carer->next);
+    } else {
+        void *memory = uMalloc(sizeof(Carer));
+        if (memory == nullptr) {
+            return nullptr;
+        }
+        carer = ::new (memory) Carer{};
     }
+    put(carer->next, static_cast<Carer *>(nullptr));
+    put(carer->userData, userData);
+    put(carer->callback, callback);
     return carer;
 }
 
@@ -134,15 +191,17 @@ enum class CareOutcome { added, duplicate, noFreeSlot, tableFull, noMemory };
 
 // Caller holds the bus lock; the slot holds the event already. A callback is registered once:
 // userData is not compared and a duplicate keeps the first userData.
-CareOutcome addCarer(Slot &slot, uEventCallback callback, void *userData) {
-    Carer **link = &slot.carers;
-    for (; *link != nullptr; link = &(*link)->next) {
-        if ((*link)->callback == callback) {
+CareOutcome addCarer(Bus &bus, Slot &slot, uEventCallback callback, void *userData) {
+    std::atomic<Carer *> *link = &slot.carers;
+    for (; get(*link) != nullptr; link = &get(*link)->next) {
+        if (get(get(*link)->callback) == callback) {
             return CareOutcome::duplicate;
         }
     }
-    *link = newCarer(callback, userData);
-    return *link != nullptr ? CareOutcome::added : CareOutcome::noMemory;
+    ChangeWindow window(bus);
+    Carer *carer = newCarer(bus, callback, userData);
+    put(*link, carer);
+    return carer != nullptr ? CareOutcome::added : CareOutcome::noMemory;
 }
 
 // Caller holds the bus lock.
@@ -152,17 +211,18 @@ CareOutcome care(Bus &bus, const NameKeys &keys, uEventCallback callback, void *
         return CareOutcome::tableFull;
     }
     if (index >= 0) {
-        return addCarer(bus.slots[index], callback, userData);
+        return addCarer(bus, bus.slots[index], callback, userData);
     }
     index = findFreeSlot(bus, keys);
     if (index < 0) {
         return CareOutcome::noFreeSlot;
     }
-    Carer *carer = newCarer(callback, userData);
+    ChangeWindow window(bus);
+    Carer *carer = newCarer(bus, callback, userData);
     if (carer == nullptr) {
         return CareOutcome::noMemory;
     }
-    bus.slots[index] = Slot{1, keys.key1, keys.key2, carer};
+    setSlot(bus.slots[index], 1, keys, carer);
     return CareOutcome::added;
 }
 
@@ -186,36 +246,54 @@ class Snapshot {
         }
     }
 
-    // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
-    // cannot be had, in which case nothing was copied. One walk for the usual few carers; a
-    // longer chain is counted and copied again into heap storage.
-    bool take(const Slot &slot) {
-        std::size_t needed = 0;
-        for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
-            if (carer->callback != nullptr) {
-                if (needed < kInlineCopies) {
-                    inline_[needed] = CarerCopy{carer->userData, carer->callback};
-                }
-                ++needed;
-            }
-        }
-        if (needed > kInlineCopies) {
-            copies_ = static_cast<CarerCopy *>(
-                pu::core::allocate(pu::core::checkedMul(needed, sizeof(CarerCopy))));
-            if (copies_ == nullptr) {
-                copies_ = inline_;
+    // Copies every carer that has a callback onto the stack; false when they do not fit (or, read
+    // without the lock, the chain was seen in the middle of a change). A consistent chain that
+    // fits has at most one carer without a callback, so the walk is bounded either way.
+    bool takeInline(const Slot &slot) {
+        count_ = 0;
+        std::size_t walked = 0;
+        for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
+            if (++walked > kInlineCopies + 1) {
                 return false;
             }
-            for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
-                if (carer->callback != nullptr) {
-                    copies_[count_++] = CarerCopy{carer->userData, carer->callback};
+            const uEventCallback callback = get(carer->callback);
+            if (callback != nullptr) {
+                if (count_ == kInlineCopies) {
+                    return false;
                 }
+                inline_[count_++] = CarerCopy{get(carer->userData), callback};
             }
-            return true;
         }
-        count_ = needed;
         return true;
     }
+
+    // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
+    // cannot be had, in which case nothing was copied. A chain longer than the stack copies is
+    // counted and copied into heap storage.
+    bool take(const Slot &slot) {
+        if (takeInline(slot)) {
+            return true;
+        }
+        std::size_t needed = 0;
+        for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
+            needed += get(carer->callback) != nullptr ? 1 : 0;
+        }
+        copies_ = static_cast<CarerCopy *>(
+            pu::core::allocate(pu::core::checkedMul(needed, sizeof(CarerCopy))));
+        count_ = 0;
+        if (copies_ == nullptr) {
+            copies_ = inline_;
+            return false;
+        }
+        for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
+            const uEventCallback callback = get(carer->callback);
+            if (callback != nullptr) {
+                copies_[count_++] = CarerCopy{get(carer->userData), callback};
+            }
+        }
+        return true;
+    }
+
     void call(const char *name, void *data, std::uint32_t length) const {
         for (std::size_t i = 0; i < count_; ++i) {
             copies_[i].callback(name, copies_[i].userData, data, length);
@@ -230,11 +308,33 @@ class Snapshot {
 
 // Caller holds the bus lock; the fallback when no snapshot can be had.
 void callUnderLock(const Slot &slot, const char *name, void *data, std::uint32_t length) {
-    for (const Carer *carer = slot.carers; carer != nullptr; carer = carer->next) {
-        if (carer->callback != nullptr) {
-            carer->callback(name, carer->userData, data, length);
+    for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
+        const uEventCallback callback = get(carer->callback);
+        if (callback != nullptr) {
+            callback(name, get(carer->userData), data, length);
         }
     }
+}
+
+// A raise's reading of the table without the lock: a few attempts, none waiting for a change to
+// end. False sends the raise to the lock (a change under way, or more carers than the stack
+// copies hold); otherwise known tells whether the event has a slot.
+constexpr int kUnlockedAttempts = 3;
+
+bool readUnlocked(const Bus &bus, const NameKeys &keys, Snapshot &snapshot, bool &known) {
+    for (int attempt = 0; attempt < kUnlockedAttempts; ++attempt) {
+        const std::uint32_t before = get(bus.version);
+        if ((before & 1U) != 0) {
+            continue;
+        }
+        const std::int32_t index = findSlot(bus, keys);
+        const bool copied = index < 0 || snapshot.takeInline(bus.slots[index]);
+        if (get(bus.version) == before) {
+            known = index >= 0;
+            return copied;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -301,23 +401,25 @@ int32_t uEventClear(const char *name, uEventCallback callback) {
         return 0;
     }
     Slot &slot = bus->slots[index];
-    Carer **link = &slot.carers;
-    while (*link != nullptr && (*link)->callback != callback) {
-        link = &(*link)->next;
+    std::atomic<Carer *> *link = &slot.carers;
+    while (get(*link) != nullptr && get(get(*link)->callback) != callback) {
+        link = &get(*link)->next;
     }
-    Carer *removed = *link;
+    Carer *removed = get(*link);
     if (removed == nullptr) {
         pu::log::debug(pu::log::kEvent, "This eventprocess didn't exist");
         return 1;
     }
-    *link = removed->next;
+    ChangeWindow window(*bus);
+    put(*link, get(removed->next));
     // Slot 0 is deliberately never released: it stays occupied with an empty chain. A
     // released slot leaves no marker, so events probed past it become unreachable; that is intended
     // too.
-    if (slot.carers == nullptr && index > 0) {
-        slot = Slot{0, 0, 0, nullptr};
+    if (get(slot.carers) == nullptr && index > 0) {
+        releaseSlot(slot);
     }
-    uFree(removed);
+    put(removed->next, bus->spare);
+    bus->spare = removed;
     return 1;
 }
 
@@ -329,22 +431,19 @@ int32_t uEventRaise(const char *name, void *data, uint32_t length) {
     const NameKeys keys = keysOf(name);
     Snapshot snapshot;
     bool known = false;
-    {
+    if (!readUnlocked(*bus, keys, snapshot, known)) {
         SemGuard guard(bus->lock);
         const std::int32_t index = findSlot(*bus, keys);
-        if (index >= 0) {
-            known = true;
-            const Slot &slot = bus->slots[index];
-            if (!snapshot.take(slot)) {
-                callUnderLock(slot, name, data, length);
-            }
+        known = index >= 0;
+        if (known && !snapshot.take(bus->slots[index])) {
+            callUnderLock(bus->slots[index], name, data, length);
         }
     }
     if (!known) {
         pu::log::debug(pu::log::kEvent, "No module care event %s.", name);
         return 0;
     }
-    // The lock is given back: callbacks may care, clear or raise.
+    // No lock is held: callbacks may care, clear or raise.
     snapshot.call(name, data, length);
     return 1;
 }

@@ -106,16 +106,21 @@ TEST_F(EventBus, ARaiseCallsWhatItFoundWithTheLockGivenBack) {
 }
 
 TEST_F(EventBus, ConcurrentCaresClearsAndRaises) {
-    // Raisers meet carers and clearers of other callbacks: each raise calls carer 0 once.
+    // Raisers meet carers and clearers of other callbacks, whose records the bus reuses: each
+    // raise calls carer 0 once, and no call pairs a callback with another carer's userData.
     uEventCare("busy", kCarers[0], nullptr);
     fanOut(4, [](int t) {
         for (int i = 0; i < 1000; ++i) {
             t < 2 ? uEventRaise("busy", nullptr, 0)
-                  : uEventCare("busy", kCarers[t], nullptr) + uEventClear("busy", kCarers[t]);
+                  : uEventCare("busy", kCarers[t], tag(t)) + uEventClear("busy", kCarers[t]);
         }
     });
     const std::vector<std::string> seen = calls.values();
     EXPECT_EQ(std::count(seen.begin(), seen.end(), "0 busy 0 0 0"), 2000);
+    for (const std::string &call : seen) {
+        EXPECT_TRUE(call == "2 busy 2 0 0" || call == "3 busy 3 0 0" || call == "0 busy 0 0 0")
+            << call;
+    }
 }
 
 // Input events record "b<state>,<key>" for an INPUT_EVENT raise, "A<state>,<value>" for calls of

@@ -207,3 +207,31 @@ TEST(StatusStore, WritersAndUnlockedReadersOnManyThreads) {
 }
 
 } // namespace
+
+// Items of a large integer map come first from the map's item blocks, later one by one; removed
+// ones are reused. Every value is freed once, in insertion order, whichever kind holds it.
+std::vector<std::intptr_t> gFreed;
+
+TEST(IntMap, ItemsFromBlocksAndOfTheirOwnAreReusedAndFreedOnce) {
+    uIntHash *map = uIntHashMapCreate();
+    const auto value = [](std::int32_t key) { return reinterpret_cast<void *>(key * 2 + 1); };
+    for (std::int32_t key = 0; key < 3000; ++key) {
+        ASSERT_EQ(uIntHashInsert(map, key, value(key)), 1);
+    }
+    for (std::int32_t key = 0; key < 3000; key += 3) { // from blocks and of their own
+        ASSERT_EQ(uIntHashRemove(map, key, nullptr), 0);
+    }
+    for (std::int32_t key = 3000; key < 4000; ++key) {
+        ASSERT_EQ(uIntHashInsert(map, -key, value(-key)), 1);
+    }
+    std::vector<std::intptr_t> expected;
+    for (std::int32_t key = 0; key < 3000; ++key) {
+        EXPECT_EQ(uIntHashGetValue(map, key), key % 3 == 0 ? nullptr : value(key)) << key;
+        key % 3 != 0 ? expected.push_back(key * 2 + 1) : void();
+    }
+    for (std::int32_t key = 3000; key < 4000; ++key) {
+        expected.push_back(-key * 2 + 1);
+    }
+    uIntHashDestroyMap(map, [](void *v) { gFreed.push_back(reinterpret_cast<std::intptr_t>(v)); });
+    EXPECT_EQ(gFreed, expected);
+}
