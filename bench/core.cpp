@@ -76,6 +76,21 @@ void BM_MallocFree(benchmark::State &state) {
 }
 BENCHMARK(BM_MallocFree);
 
+// The least a thread-safe take and give from one shared queue need: one atomic read-modify-write
+// each (a lock-free queue's compare-exchange, or a lock's take without its give). This is the
+// floor under any pool that keeps its least-recently-freed order across threads.
+void BM_TwoCompareExchanges(benchmark::State &state) {
+    std::atomic<std::uintptr_t> head{0};
+    for (auto _ : state) {
+        std::uintptr_t seen = head.load(std::memory_order_relaxed);
+        head.compare_exchange_strong(seen, seen + 1, std::memory_order_acq_rel);
+        seen = head.load(std::memory_order_relaxed);
+        head.compare_exchange_strong(seen, seen + 1, std::memory_order_acq_rel);
+    }
+    benchmark::DoNotOptimize(head.load());
+}
+BENCHMARK(BM_TwoCompareExchanges);
+
 // Many blocks live at once, as in a timer list: allocate 256, then free them all.
 void BM_PoolBurst256(benchmark::State &state) {
     std::vector<char> memory(U_BM_HEAP_SIZE(kBlockCount, kBlockSize));
@@ -214,6 +229,8 @@ int main(int argc, char **argv) {
                  "BM_SemTakeGive/real_time/threads:4", "BM_PthreadLockUnlock/real_time/threads:4"},
                 {"uBmAlloc+uBmFree vs malloc+free, 24 bytes", "BM_PoolAllocFree", "BM_MallocFree",
                  "   (goal <= 1)"},
+                {"two atomic compare-exchanges vs malloc+free", "BM_TwoCompareExchanges",
+                 "BM_MallocFree", "   (the floor of a shared FIFO pool)"},
                 {"uBm burst of 256 vs malloc", "BM_PoolBurst256", "BM_MallocBurst256"},
             });
     });

@@ -15,12 +15,15 @@
 
 namespace {
 
-// The key copy lives in the same block, right behind the item: one allocation per item and the
-// key bytes next to the handle that the bucket walk has just read.
+// A key that fits is copied into the item, right behind the handle that the bucket walk has
+// just read; a longer one gets a uMalloc block of its own.
+constexpr std::size_t kInlineKeyBytes = 32;
+
 struct StrItem {
-    char *key; // points just past the item; folded in a case-insensitive map
-    void *value;
     UT_hash_handle hh;
+    char *key; // inlineKey or its own block; folded in a case-insensitive map
+    void *value;
+    char inlineKey[kInlineKeyBytes];
 };
 
 } // namespace
@@ -28,6 +31,7 @@ struct StrItem {
 struct uHash {
     StrItem *items;                // uthash head, null while the map is empty
     std::uint32_t caseInsensitive; // 1 folds keys to lower case
+    pu::hash::ItemStore<StrItem> store;
 };
 
 namespace {
@@ -51,7 +55,7 @@ class ProbeKey {
             uStrToLowerCase(copy);
             text_ = copy;
         }
-        HASH_VALUE(text_, length_, hash_);
+        hash_ = pu::hash::bytesHash(text_, length_);
     }
     ~ProbeKey() { std::free(heap_); }
     ProbeKey(const ProbeKey &) = delete;
@@ -89,20 +93,29 @@ void *valueOf(const uHash *map, const char *key) {
     return item == nullptr ? nullptr : item->value;
 }
 
-// A new item holding a copy of the probe's (already folded) bytes, or null.
-StrItem *newItem(const ProbeKey &probe, void *value) {
-    auto *item = static_cast<StrItem *>(
-        pu::core::allocate(pu::core::checkedAdd(sizeof(StrItem) + 1, probe.length())));
-    if (item != nullptr) {
-        item->key = reinterpret_cast<char *>(item + 1);
-        std::memcpy(item->key, probe.text(), probe.length() + 1);
-        item->value = value;
+void releaseKey(StrItem *item) {
+    if (item->key != item->inlineKey) {
+        uFree(item->key);
     }
-    return item;
 }
 
-void releaseItem(StrItem *item) {
-    uFree(item);
+// A new item holding a copy of the probe's (already folded) bytes, or null.
+StrItem *newItem(uHash *map, const ProbeKey &probe, void *value) {
+    StrItem *item = map->store.take();
+    if (item == nullptr) {
+        return nullptr;
+    }
+    item->key = probe.length() < kInlineKeyBytes
+                    ? item->inlineKey
+                    : static_cast<char *>(
+                          pu::core::allocate(pu::core::checkedAdd(probe.length(), std::size_t{1})));
+    if (item->key == nullptr) {
+        map->store.give(item);
+        return nullptr;
+    }
+    std::memcpy(item->key, probe.text(), probe.length() + 1);
+    item->value = value;
+    return item;
 }
 
 } // namespace
@@ -130,7 +143,7 @@ int32_t uHashInsert(uHash *map, const char *key, void *value) {
     if (present != nullptr && present->value != nullptr) {
         return 0;
     }
-    StrItem *item = newItem(probe, value);
+    StrItem *item = newItem(map, probe, value);
     if (item == nullptr) {
         return -1;
     }
@@ -147,11 +160,11 @@ int32_t uHashKeyExists(uHash *map, const char *key) {
 }
 
 int32_t uHashRemove(uHash *map, const char *key, uHashFreeFn freeValue) {
-    return pu::hash::removeFound(map, findItem(map, key), freeValue, releaseItem);
+    return pu::hash::removeFound(map, findItem(map, key), freeValue, releaseKey);
 }
 
 void uHashDestroyMap(uHash *map, uHashFreeFn freeValue) {
-    pu::hash::destroyMap(map, freeValue, releaseItem);
+    pu::hash::destroyMap(map, freeValue, releaseKey);
 }
 
 } // extern "C"

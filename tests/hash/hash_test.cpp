@@ -208,30 +208,47 @@ TEST(StatusStore, WritersAndUnlockedReadersOnManyThreads) {
 
 } // namespace
 
-// Items of a large integer map come first from the map's item blocks, later one by one; removed
-// ones are reused. Every value is freed once, in insertion order, whichever kind holds it.
+// Removed items are reused; every value is freed once, in insertion order; keys too long to sit
+// in their item are copied and freed with it.
 std::vector<std::intptr_t> gFreed;
+void recordFree(void *value) {
+    gFreed.push_back(reinterpret_cast<std::intptr_t>(value));
+}
 
-TEST(IntMap, ItemsFromBlocksAndOfTheirOwnAreReusedAndFreedOnce) {
-    uIntHash *map = uIntHashMapCreate();
+TEST(Maps, RemovedItemsAreReusedAndEveryValueIsFreedOnceInOrder) {
+    uIntHash *ints = uIntHashMapCreate();
+    uHash *texts = uHashCreateMap(0);
     const auto value = [](std::int32_t key) { return reinterpret_cast<void *>(key * 2 + 1); };
+    const auto text = [](std::int32_t key) {
+        return std::string(key % 50, 'k') + std::to_string(key);
+    };
     for (std::int32_t key = 0; key < 3000; ++key) {
-        ASSERT_EQ(uIntHashInsert(map, key, value(key)), 1);
+        ASSERT_EQ(uIntHashInsert(ints, key, value(key)) +
+                      uHashInsert(texts, text(key).c_str(), value(key)),
+                  2);
     }
-    for (std::int32_t key = 0; key < 3000; key += 3) { // from blocks and of their own
-        ASSERT_EQ(uIntHashRemove(map, key, nullptr), 0);
-    }
-    for (std::int32_t key = 3000; key < 4000; ++key) {
-        ASSERT_EQ(uIntHashInsert(map, -key, value(-key)), 1);
+    for (std::int32_t key = 0; key < 3000; key += 3) {
+        ASSERT_EQ(
+            uIntHashRemove(ints, key, nullptr) + uHashRemove(texts, text(key).c_str(), nullptr), 0);
     }
     std::vector<std::intptr_t> expected;
+    for (std::int32_t key = 3000; key < 4000; ++key) {
+        ASSERT_EQ(uIntHashInsert(ints, -key, value(-key)) +
+                      uHashInsert(texts, text(key).c_str(), value(-key)),
+                  2);
+    }
     for (std::int32_t key = 0; key < 3000; ++key) {
-        EXPECT_EQ(uIntHashGetValue(map, key), key % 3 == 0 ? nullptr : value(key)) << key;
+        EXPECT_EQ(uIntHashGetValue(ints, key), key % 3 == 0 ? nullptr : value(key)) << key;
+        EXPECT_EQ(uHashGetValue(texts, text(key).c_str()), key % 3 == 0 ? nullptr : value(key))
+            << key;
         key % 3 != 0 ? expected.push_back(key * 2 + 1) : void();
     }
     for (std::int32_t key = 3000; key < 4000; ++key) {
         expected.push_back(-key * 2 + 1);
     }
-    uIntHashDestroyMap(map, [](void *v) { gFreed.push_back(reinterpret_cast<std::intptr_t>(v)); });
+    uIntHashDestroyMap(ints, recordFree);
+    EXPECT_EQ(gFreed, expected);
+    gFreed.clear();
+    uHashDestroyMap(texts, recordFree);
     EXPECT_EQ(gFreed, expected);
 }
