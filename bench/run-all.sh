@@ -2,13 +2,17 @@
 # SPDX-License-Identifier: MIT
 # Builds the bench preset and runs every benchmark program once, one after the other, each
 # printing its ratio summary after its runs. The whole output goes to build/bench/report.txt.
-# Usage: bench/run-all.sh [extra Google Benchmark flags]   (default: --benchmark_min_time=0.2)
+# Usage: bench/run-all.sh [Google Benchmark flags]
+#   (default: --benchmark_min_time=0.2 --benchmark_repetitions=3
+#    --benchmark_enable_random_interleaving=true: each ratio from the medians of three runs of
+#    each side, taken in shuffled order, so a slow phase of a shared machine hits both sides)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset bench >/dev/null
 cmake --build --preset bench >/dev/null
 flags=("$@")
-((${#flags[@]})) || flags=(--benchmark_min_time=0.2)
+((${#flags[@]})) || flags=(--benchmark_min_time=0.2 --benchmark_repetitions=3
+    --benchmark_enable_random_interleaving=true)
 report=build/bench/report.txt
 {
     echo "# $(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //')"

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What every benchmark program shares: a console reporter that also keeps each run's CPU time per
 // iteration, for the ratio tables the programs print after their runs (CPU time, so that a busy
-// machine descheduling the process does not skew one side), and the main() around it.
+// machine descheduling the process does not skew one side), and the main() around it. With
+// --benchmark_repetitions a benchmark's time is the median of its repetitions, so one slow
+// phase of a shared machine does not decide a ratio.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -22,7 +24,11 @@ class TimesReporter : public benchmark::ConsoleReporter {
         ConsoleReporter::ReportRuns(runs);
         for (const Run &run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+                std::vector<double> &samples = samples_[run.run_name.str()];
+                samples.push_back(run.GetAdjustedCPUTime());
+                std::vector<double> sorted = samples;
+                std::sort(sorted.begin(), sorted.end());
+                times_[run.run_name.str()] = sorted[sorted.size() / 2];
             }
         }
     }
@@ -39,6 +45,7 @@ class TimesReporter : public benchmark::ConsoleReporter {
     }
 
   private:
+    std::map<std::string, std::vector<double>> samples_;
     std::map<std::string, double> times_;
 };
 

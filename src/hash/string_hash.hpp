@@ -3,6 +3,8 @@
 // tables (status store, event bus) give a name, and their linear probe.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace pu::hash {
@@ -37,30 +39,60 @@ struct NameKeys {
     std::uint64_t key2;  // rsHash(name, slots) again, kept and compared like key1
 };
 
+// The RS factors of two characters in a row, from the factor of the first: their product, the
+// factor of the second and the factor of the first itself.
+constexpr std::uint32_t kRsFirstFactor = 63689;
+constexpr std::uint32_t kRsStepFactor = 378551;
+struct RsStep {
+    std::uint32_t both;
+    std::uint32_t second;
+    std::uint32_t first;
+};
+constexpr RsStep rsStep(std::uint32_t first) noexcept {
+    const std::uint32_t second = first * kRsStepFactor;
+    return {first * second, second, first};
+}
+// The steps over a name's first 64 characters; past them the factors are computed as they go.
+constexpr auto kRsSteps = [] {
+    std::array<RsStep, 32> steps{};
+    std::uint32_t factor = kRsFirstFactor;
+    for (RsStep &step : steps) {
+        step = rsStep(factor);
+        factor = step.second * kRsStepFactor;
+    }
+    return steps;
+}();
+
 // Keys of name (null allowed: both hashes of null are 0) for a table of `slots` slots.
 constexpr NameKeys nameKeys(const char *name, std::uint32_t slots) noexcept {
     if (name == nullptr) {
         return {0, 0, 0};
     }
     // Both hashes in one walk over the name, two characters a step: the two loops above
-    // unrolled, so each hash's multiply chain has half as many links (the event bus and the
-    // status store hash a name on every call). Wrapping arithmetic makes the regrouping exact.
+    // unrolled, so each hash's multiply chain has half as many links, with the RS factors of the
+    // first characters from a table (the event bus and the status store hash a name on every
+    // call). Wrapping arithmetic makes the regrouping exact.
     std::uint32_t rs = 0;
-    std::uint32_t a = 63689;
     std::uint32_t bkdr = 0;
-    constexpr std::uint32_t b = 378551;
+    std::uint32_t a = kRsSteps.back().second * kRsStepFactor; // used past the table: at p
+    std::size_t step = 0;
     const char *p = name;
-    for (; p[0] != '\0' && p[1] != '\0'; p += 2) {
+    for (; p[0] != '\0' && p[1] != '\0'; p += 2, ++step) {
         const auto c0 = static_cast<unsigned char>(p[0]);
         const auto c1 = static_cast<unsigned char>(p[1]);
-        const std::uint32_t a1 = a * b;
-        rs = rs * (a * a1) + (c0 * a1 + c1);
-        a = a1 * b;
+        RsStep factors{};
+        if (step < kRsSteps.size()) {
+            factors = kRsSteps[step];
+        } else {
+            factors = rsStep(a);
+            a = factors.second * kRsStepFactor;
+        }
+        rs = rs * factors.both + (c0 * factors.second + c1);
         bkdr = bkdr * (131 * 131) + (c0 * 131 + c1);
     }
     if (p[0] != '\0') {
         const auto c = static_cast<unsigned char>(p[0]);
-        rs = rs * a + c;
+        rs = rs * (step < kRsSteps.size() ? kRsSteps[step].first : a) + c;
         bkdr = bkdr * 131 + c;
     }
     const std::uint32_t start = rs % slots;
