@@ -7,11 +7,39 @@
 #include <uhash.h>
 #include <umem.h>
 
-#include <uthash.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+namespace pu::hash {
+
+// Whether two keys of n bytes differ, for the bucket walk (uthash's HASH_KEYCMP). Keys are short
+// and reach here only when the stored hash and length already match, so a word-wise compare in
+// line beats a call to memcmp.
+inline int keysDiffer(const void *a, const void *b, std::size_t n) {
+    const auto *x = static_cast<const unsigned char *>(a);
+    const auto *y = static_cast<const unsigned char *>(b);
+    for (; n >= 8; x += 8, y += 8, n -= 8) {
+        std::uint64_t u = 0;
+        std::uint64_t v = 0;
+        std::memcpy(&u, x, 8);
+        std::memcpy(&v, y, 8);
+        if (u != v) {
+            return 1;
+        }
+    }
+    for (; n > 0; ++x, ++y, --n) {
+        if (*x != *y) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+} // namespace pu::hash
+
+#define HASH_KEYCMP(a, b, n) pu::hash::keysDiffer(a, b, n)
+#include <uthash.h>
 
 namespace pu::hash {
 
