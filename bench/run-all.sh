@@ -20,13 +20,17 @@ report=build/bench/report.txt
         # The maps run one family and size per process: a map's memory comes back from the C
         # library's heap in a state that earlier runs left, and that state, not the map, would
         # otherwise decide the later runs' page faults.
+        # The memory counts build each object set once and keep it: no repetitions there.
         filters=("")
-        [[ $(basename "$program") == bench_hash ]] &&
-            filters=(--benchmark_filter=^BM_ --benchmark_filter=^{str,str-nocase,int}-{1k,100k}/)
+        own=("${flags[@]}")
+        case $(basename "$program") in
+        bench_hash) filters=(--benchmark_filter=^BM_ --benchmark_filter=^{str,str-nocase,int}-{1k,100k}/) ;;
+        bench_memory) own=() ;;
+        esac
         for filter in "${filters[@]}"; do
             echo
-            echo "## $(basename "$program") ${flags[*]} $filter"
-            "$program" "${flags[@]}" ${filter:+"$filter"} 2>&1
+            echo "## $(basename "$program") ${own[*]} $filter"
+            "$program" "${own[@]}" ${filter:+"$filter"} 2>&1
         done
     done
 } | tee "$report"
