@@ -67,8 +67,9 @@ inline unsigned bytesHash(const char *bytes, std::size_t length) {
 // Where a map's items come from: blocks of kBlockItems items taken with uMalloc as the map
 // grows, and a removed item waits on the store's free list for the next insert. An insert then
 // makes one heap call in eight and a remove none, and the items lie close together for the
-// bucket walks. A block stays under a kilobyte, a size the C library serves without sorting
-// through its free lists first. The blocks go back only when the map is destroyed.
+// bucket walks. A block stays under a kilobyte, where the C library serves it from its small
+// blocks without first merging its free fragments. The blocks go back only when the map is
+// destroyed.
 //
 // Item has a `void *value`, which links free items. The store lives zero-filled inside the
 // uMalloc'd map.

@@ -105,15 +105,16 @@ StrItem *newItem(uHash *map, const ProbeKey &probe, void *value) {
     if (item == nullptr) {
         return nullptr;
     }
-    item->key = probe.length() < kInlineKeyBytes
-                    ? item->inlineKey
-                    : static_cast<char *>(
-                          pu::core::allocate(pu::core::checkedAdd(probe.length(), std::size_t{1})));
-    if (item->key == nullptr) {
-        map->store.give(item);
-        return nullptr;
+    if (probe.length() < kInlineKeyBytes) {
+        item->key = item->inlineKey;
+        std::memcpy(item->key, probe.text(), probe.length() + 1);
+    } else {
+        item->key = pu::core::copyText({probe.text(), probe.length()});
+        if (item->key == nullptr) {
+            map->store.give(item);
+            return nullptr;
+        }
     }
-    std::memcpy(item->key, probe.text(), probe.length() + 1);
     item->value = value;
     return item;
 }

@@ -105,6 +105,17 @@ TEST_F(EventBus, ARaiseCallsWhatItFoundWithTheLockGivenBack) {
     EXPECT_THAT(calls.values(), testing::ElementsAre("free", "3 door 5 7 6"));
 }
 
+TEST_F(EventBus, ARaiseBeyondTheStackCopiesReadsUnderTheLockAndCallsEveryCarer) {
+    // Slot 0, a carer without a callback first, then nine: one more than the stack copies hold.
+    const std::string name = nameAt(0, 0);
+    uEventCare(name.c_str(), nullptr, nullptr);
+    for (int i = 0; i < 9; ++i) {
+        uEventCare(name.c_str(), kCarers[i], nullptr);
+    }
+    EXPECT_EQ(uEventRaise(name.c_str(), nullptr, 0), 1);
+    EXPECT_EQ(calls.size(), 9U);
+}
+
 TEST_F(EventBus, ConcurrentCaresClearsAndRaises) {
     // Raisers meet carers and clearers of other callbacks, whose records the bus reuses: each
     // raise calls carer 0 once, and no call pairs a callback with another carer's userData.
@@ -343,10 +354,10 @@ TEST(EventLogCatalogue, EveryMessageWithItsLevelAndModule) {
                          *in = "basalt.utils.inputEvent";
     {
         LogCapture quiet;
-        uEventUninit(), uInputEventInit();
+        uEventUninit(), uEventInit(), uInputEventInit();
     }
     checkLogRows({
-        PU_LOG_ROW((uEventInit(), uEventInit()), 1, ev, "Event is alreday init."),
+        PU_LOG_ROW(uEventInit(), 1, ev, "Event is alreday init."),
         PU_LOG_ROW((uEventUninit(), uEventUninit()), 1, ev, "Event not init."),
         PU_LOG_ROW((uEventCare("e", kCarers[0], nullptr), uEventCare("e", kCarers[0], nullptr)), 0,
                    ev, "eventprocess has existed"),

@@ -216,6 +216,10 @@ void recordFree(void *value) {
 }
 
 TEST(Maps, RemovedItemsAreReusedAndEveryValueIsFreedOnceInOrder) {
+    EXPECT_EQ(uIntHashInsert(nullptr, 1, &gValue) + uIntHashRemove(nullptr, 1, nullptr) +
+                  uHashInsert(nullptr, "k", &gValue) + uHashRemove(nullptr, "k", nullptr),
+              -4)
+        << "no map";
     uIntHash *ints = uIntHashMapCreate();
     uHash *texts = uHashCreateMap(0);
     const auto value = [](std::int32_t key) { return reinterpret_cast<void *>(key * 2 + 1); };
