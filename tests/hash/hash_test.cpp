@@ -220,6 +220,13 @@ TEST(Maps, RemovedItemsAreReusedAndEveryValueIsFreedOnceInOrder) {
                   uHashInsert(nullptr, "k", &gValue) + uHashRemove(nullptr, "k", nullptr),
               -4)
         << "no map";
+    // A string key stored with a null value counts as absent, so a second insert adds it again.
+    uHash *odd = uHashCreateMap(0);
+    EXPECT_EQ(uHashInsert(odd, "k", nullptr) + uHashKeyExists(odd, "k") +
+                  uHashInsert(odd, "k", &gValue),
+              2);
+    EXPECT_EQ(uHashGetValue(odd, "k"), &gValue);
+    uHashDestroyMap(odd, nullptr);
     uIntHash *ints = uIntHashMapCreate();
     uHash *texts = uHashCreateMap(0);
     const auto value = [](std::int32_t key) { return reinterpret_cast<void *>(key * 2 + 1); };
