@@ -13,6 +13,7 @@
 #include "hash/string_hash.hpp"
 
 #include <atomic>
+#include <cstdint>
 
 namespace {
 
@@ -232,6 +233,25 @@ struct CarerCopy {
     uEventCallback callback;
 };
 
+// Hands visit a copy of each carer of slot that has a callback, in registration order, while
+// visit returns true. False when visit stopped the walk or more than maxRecords records were
+// walked (read without the lock, a chain seen in the middle of a change may be any length).
+template <typename Visit> bool eachCallback(const Slot &slot, std::size_t maxRecords, Visit visit) {
+    std::size_t walked = 0;
+    for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
+        if (++walked > maxRecords) {
+            return false;
+        }
+        const uEventCallback callback = get(carer->callback);
+        if (callback != nullptr && !visit(CarerCopy{get(carer->userData), callback})) {
+            return false;
+        }
+    }
+    return true;
+}
+
+constexpr std::size_t kAnyLength = SIZE_MAX;
+
 // Copies for the common case of a few carers live on the raising task's stack.
 constexpr std::size_t kInlineCopies = 8;
 
@@ -251,20 +271,13 @@ class Snapshot {
     // fits has at most one carer without a callback, so the walk is bounded either way.
     bool takeInline(const Slot &slot) {
         count_ = 0;
-        std::size_t walked = 0;
-        for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
-            if (++walked > kInlineCopies + 1) {
+        return eachCallback(slot, kInlineCopies + 1, [&](const CarerCopy &copy) {
+            if (count_ == kInlineCopies) {
                 return false;
             }
-            const uEventCallback callback = get(carer->callback);
-            if (callback != nullptr) {
-                if (count_ == kInlineCopies) {
-                    return false;
-                }
-                inline_[count_++] = CarerCopy{get(carer->userData), callback};
-            }
-        }
-        return true;
+            inline_[count_++] = copy;
+            return true;
+        });
     }
 
     // Caller holds the bus lock. Copies every carer that has a callback; false when the copies
@@ -275,9 +288,10 @@ class Snapshot {
             return true;
         }
         std::size_t needed = 0;
-        for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
-            needed += get(carer->callback) != nullptr ? 1 : 0;
-        }
+        eachCallback(slot, kAnyLength, [&](const CarerCopy &) {
+            ++needed;
+            return true;
+        });
         copies_ = static_cast<CarerCopy *>(
             pu::core::allocate(pu::core::checkedMul(needed, sizeof(CarerCopy))));
         count_ = 0;
@@ -285,12 +299,10 @@ class Snapshot {
             copies_ = inline_;
             return false;
         }
-        for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
-            const uEventCallback callback = get(carer->callback);
-            if (callback != nullptr) {
-                copies_[count_++] = CarerCopy{get(carer->userData), callback};
-            }
-        }
+        eachCallback(slot, kAnyLength, [&](const CarerCopy &copy) {
+            copies_[count_++] = copy;
+            return true;
+        });
         return true;
     }
 
@@ -308,12 +320,10 @@ class Snapshot {
 
 // Caller holds the bus lock; the fallback when no snapshot can be had.
 void callUnderLock(const Slot &slot, const char *name, void *data, std::uint32_t length) {
-    for (const Carer *carer = get(slot.carers); carer != nullptr; carer = get(carer->next)) {
-        const uEventCallback callback = get(carer->callback);
-        if (callback != nullptr) {
-            callback(name, get(carer->userData), data, length);
-        }
-    }
+    eachCallback(slot, kAnyLength, [&](const CarerCopy &copy) {
+        copy.callback(name, copy.userData, data, length);
+        return true;
+    });
 }
 
 // A raise's reading of the table without the lock: a few attempts, none waiting for a change to

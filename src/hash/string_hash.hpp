@@ -9,15 +9,18 @@
 
 namespace pu::hash {
 
+// The RS hash's factors: the first character's, and what each next factor is multiplied by.
+constexpr std::uint32_t kRsFirstFactor = 63689;
+constexpr std::uint32_t kRsStepFactor = 378551;
+
 // RS hash over the unsigned bytes of str, in wrapping 32-bit arithmetic and without the usual
 // 31-bit mask: the caller's modulus does the reduction. str must not be null.
 constexpr std::uint32_t rsRaw(const char *str) noexcept {
     std::uint32_t hash = 0;
-    std::uint32_t a = 63689;
-    constexpr std::uint32_t b = 378551;
+    std::uint32_t a = kRsFirstFactor;
     for (; *str != '\0'; ++str) {
         hash = hash * a + static_cast<unsigned char>(*str);
-        a *= b;
+        a *= kRsStepFactor;
     }
     return hash;
 }
@@ -41,8 +44,6 @@ struct NameKeys {
 
 // The RS factors of two characters in a row, from the factor of the first: their product, the
 // factor of the second and the factor of the first itself.
-constexpr std::uint32_t kRsFirstFactor = 63689;
-constexpr std::uint32_t kRsStepFactor = 378551;
 struct RsStep {
     std::uint32_t both;
     std::uint32_t second;
